@@ -2,9 +2,24 @@
 #ifndef TAVUTIL_H
 #define TAVUTIL_H
 
-#include "tavutil/closed_libs.h"
-#include "tavutil/format.h"
-#include "tavutil/primitives.h"
 #include "tavutil/status.h"
+
+#include "tavutil/closed_libs.h"
+
+#include "tavutil/primitives.h"
+
+#include "tavutil/format.h"
+
+#include "tavutil/strbuf.h"
+
+#include "tavutil/string_ops.h"
+
+#include "tavutil/bit_ops.h"
+
+#include "tavutil/hash.h"
+
+#include "tavutil/random.h"
+
+#include "tavutil/integer.h"
 
 #endif

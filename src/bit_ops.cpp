@@ -1,0 +1,2 @@
+// Base64 and bit strings.
+#include "internal/frame.hpp"

@@ -1,0 +1,2 @@
+// The 64-bit hash.
+#include "internal/frame.hpp"

@@ -1,0 +1,2 @@
+// Integer helpers.
+#include "internal/frame.hpp"

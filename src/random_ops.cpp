@@ -1,0 +1,2 @@
+// The seeded pseudo-random generator.
+#include "internal/frame.hpp"

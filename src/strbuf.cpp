@@ -1,0 +1,2 @@
+// The growing string buffer.
+#include "internal/frame.hpp"

@@ -1,0 +1,2 @@
+// Multibyte to wide-character conversion.
+#include "internal/frame.hpp"

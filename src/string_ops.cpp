@@ -1,0 +1,2 @@
+// String operations.
+#include "internal/frame.hpp"
