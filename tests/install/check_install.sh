@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Installs the build into a scratch prefix and builds a user's program
+# against it twice: through find_package(tavutil) and through pkg-config.
+set -euo pipefail
+build=$1
+source_dir=$(cd "$(dirname "$0")" && pwd)
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+prefix=$scratch/prefix
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+for f in lib/libtavutil.so lib/libtavutil.a lib/libtavlog.so lib/libtaverrortrace.so \
+         include/tavutil.h include/tavutil/status.h lib/pkgconfig/tavutil.pc \
+         lib/cmake/tavutil/tavutilConfig.cmake; do
+  [ -e "$prefix/$f" ] || { echo "not installed: $f" >&2; exit 1; }
+done
+# Installing must keep the run path the shared object was built with.
+runpath=$(readelf -d "$prefix/lib/libtavutil.so" | sed -n 's/.*(RUNPATH).*\[\(.*\)\]/\1/p')
+[ "$runpath" = "/usr/local/lib" ] || { echo "installed RUNPATH is '$runpath'" >&2; exit 1; }
+
+export LD_LIBRARY_PATH=$prefix/lib
+cmake -S "$source_dir/consumer" -B "$scratch/cmake-build" -G Ninja \
+      -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$scratch/cmake-build" >/dev/null
+[ "$("$scratch/cmake-build/consumer")" = "installed-1" ]
+
+export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
+# shellcheck disable=SC2046
+cc -o "$scratch/pc-consumer" "$source_dir/consumer/main.c" $(pkg-config --cflags --libs tavutil) \
+   -Wl,-rpath-link,"$prefix/lib"
+[ "$("$scratch/pc-consumer")" = "installed-1" ]
+echo "install: find_package and pkg-config consumers build and run"
