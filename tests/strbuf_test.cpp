@@ -359,4 +359,99 @@ TEST_F(Strbuf, HexDumpActsAsOneAppendPerPieceUnderEveryFailure) {
     }
 }
 
+// Matches are found left to right without overlap, and replaced text is not
+// searched again; the result is the change in length.
+TEST_F(Strbuf, SubstituteTable) {
+    struct Row {
+        const char *text, *needle;
+        int32_t limit;
+        const char *replacement, *expected;
+        int32_t delta;
+    };
+    const Row rows[] = {
+        {"a-b-c-d", "-", 2, "==", "a==b==c-d", 2},
+        {"abcXabcY", "abc", 0, "12345", "12345X12345Y", 4},
+        {"keep abc", "abc", 0, "", "keep ", -3},
+        {"100% abc %d", "abc", 0, "7", "100% 7 %d", -2},
+        {"a-b", "-", -1, "+", "a-b", 0},
+        {"plain", "zz", 0, "+", "plain", 0},
+        {"aaa", "aa", 0, "b", "ba", -1},
+        {"ab", "a", 0, "aa", "aab", 1},
+        // An empty needle matches at the start without moving on: a limit
+        // repeats the replacement there, and no limit replaces nothing.
+        {"xy", "", 2, "<>", "<><>xy", 4},
+        {"xy", "", 0, "<>", "xy", 0},
+    };
+    for (const Row &row : rows) {
+        Buffer buffer = make_buffer(16, row.text);
+        tav_util_strbuf_set_hex_limit(buffer.get(), 9);
+        const char *old_block = buffer->text;
+        EXPECT_EQ(
+            tav_util_strbuf_substitute(buffer.get(), row.needle, row.limit, "%s", row.replacement),
+            row.delta)
+            << row.text << " / " << row.needle;
+        EXPECT_STREQ(buffer->text, row.expected);
+        EXPECT_NE(buffer->text, old_block) << "the text always moves to a new block";
+        EXPECT_EQ(buffer->hex_limit, 9);
+    }
+    EXPECT_TRUE(tavtest::reports().empty());
+}
+
+// Each match formats from a fresh copy of the arguments.
+TEST_F(Strbuf, SubstituteReusesTheArgumentsAtEveryMatch) {
+    Buffer buffer = make_buffer(4, "$ and $ and $");
+    EXPECT_EQ(tav_util_strbuf_substitute(buffer.get(), "$", 0, "%s%d", "r", 5), 3);
+    EXPECT_STREQ(buffer->text, "r5 and r5 and r5");
+    EXPECT_EQ(buffer->capacity, 13 + 128) << "the scratch record starts at the record's capacity";
+}
+
+TEST_F(Strbuf, SubstituteWithoutArgumentsOrTextChangesNothing) {
+    Buffer buffer = make_buffer(0, "a-b");
+    char *const block = buffer->text;
+    tav_util_strbuf empty{nullptr, 0, 0};
+    const auto run = tavtest::run_allocations(0, [&] {
+        tav_util_strbuf_substitute(nullptr, "-", 0, "+");
+        tav_util_strbuf_substitute(buffer.get(), nullptr, 0, "+");
+        tav_util_strbuf_substitute(buffer.get(), "-", 0, nullptr);
+        tav_util_strbuf_substitute(&empty, "-", 0, "+");
+    });
+    EXPECT_EQ(run.allocations, 0);
+    EXPECT_EQ(buffer->text, block);
+    EXPECT_EQ(empty.text, nullptr);
+    EXPECT_TRUE(tavtest::reports().empty());
+}
+
+// Without its scratch record substitute leaves the text as it was. A failed
+// growth of the scratch text cuts that piece short, counts -1, and the
+// next append grows it again.
+TEST_F(Strbuf, SubstituteUnderEveryAllocationFailure) {
+    Buffer buffer = make_buffer(8, "a-b-c");
+    char *old_block = buffer->text;
+    int32_t delta = 0;
+    tavtest::clear_reports();
+    const long failures = tavtest::for_each_allocation_failure(
+        [&] { delta = tav_util_strbuf_substitute(buffer.get(), "-", 0, "%s", "0123456789"); },
+        [&](long nth, const tavtest::AllocRun &run) {
+            if (nth <= 2) {
+                EXPECT_EQ(delta, 0);
+                EXPECT_EQ(buffer->text, old_block);
+                EXPECT_STREQ(buffer->text, "a-b-c");
+                EXPECT_EQ(run.live_blocks, 0);
+                EXPECT_EQ(tavtest::report_summary(),
+                          failure("tav_util_strbuf_substitute_v", "Alloc failed for strbuf"));
+            } else {
+                EXPECT_EQ(delta, 7);
+                EXPECT_STREQ(buffer->text, "a012345b0123456789c");
+                EXPECT_EQ(buffer->capacity, 136);
+                EXPECT_EQ(run.live_blocks, 1) << "only the record's new text";
+                EXPECT_EQ(tavtest::report_summary(),
+                          failure("tav_util_strbuf_append_fv", "Could not realloc strbuf to 139"));
+            }
+            buffer = make_buffer(8, "a-b-c");
+            old_block = buffer->text;
+            tavtest::clear_reports();
+        });
+    EXPECT_EQ(failures, 3);
+}
+
 } // namespace
