@@ -43,24 +43,34 @@ class DumpAppends {
     explicit DumpAppends(tav_util_strbuf *record) : record_(record) {}
 
     // One append: `head` then `tail` are the bytes `format` gives with its
-    // arguments.
-    [[gnu::format(printf, 4, 5)]] void append(std::string_view head, std::string_view tail,
-                                              const char *format, ...) {
+    // arguments. A template, so that the common case inlines into the dump.
+    template <typename... Args>
+    void append(std::string_view head, std::string_view tail, const char *format, Args... args) {
         if (fits_without_growth(head.size() + tail.size())) {
             copy_in(head);
             copy_in(tail);
             record_->text[length_] = '\0';
             return;
         }
-        va_list args;
-        va_start(args, format);
-        // The result is not examined: a failed append has made its lines.
-        tav_util_strbuf_append_fv(record_, format, args);
-        va_end(args);
-        length_known_ = false;
+        append_growing(format, args...);
     }
 
   private:
+    // The append itself. Its result is not examined (a failed append has
+    // made its lines) except to keep the length: the dump's pieces hold no
+    // zero byte, so a successful append lengthens the text by its count.
+    void append_growing(const char *format, ...) {
+        va_list args;
+        va_start(args, format);
+        const int32_t appended = tav_util_strbuf_append_fv(record_, format, args);
+        va_end(args);
+        if (appended >= 0 && length_known_) {
+            length_ += static_cast<size_t>(appended);
+        } else {
+            length_known_ = false;
+        }
+    }
+
     // The append's own test: it grows unless capacity - length exceeds n.
     bool fits_without_growth(size_t n) {
         if (record_->text == nullptr) {
