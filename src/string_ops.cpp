@@ -68,6 +68,7 @@ void decode_hex(const char *hex, uint64_t length, uint8_t *bytes, uint64_t count
     // The end of the blank run last skipped, so that a long run is walked
     // once and not again for each pair that starts inside it.
     uint64_t blank_end = 0;
+    uint64_t last_scanned = UINT64_MAX;
     for (uint64_t i = 0; i < count; ++i) {
         const uint64_t at = 2 * i;
         if (at < text_end) {
@@ -81,7 +82,12 @@ void decode_hex(const char *hex, uint64_t length, uint8_t *bytes, uint64_t count
                     ++from;
                 }
                 blank_end = from;
-                value = scan_pair(hex + from, value);
+                // Pairs inside one blank run all read the place behind it,
+                // and reading it again would give what it gave before.
+                if (from != last_scanned) {
+                    value = scan_pair(hex + from, value);
+                    last_scanned = from;
+                }
             }
         }
         bytes[i] = static_cast<uint8_t>(value);

@@ -154,16 +154,19 @@ TEST_F(StringOps, HexPairsReadExactlyAsSscanfDoes) {
     }
 }
 
-TEST_F(StringOps, HexPairsInsideALongBlankRunReadItsEnd) {
-    const std::string text = std::string(3000, ' ') + "c3" + std::string(1000, '\n');
-    uint8_t *bytes = nullptr;
-    ASSERT_EQ(tav_util_sscanf_bytes(text.c_str(), text.size(), &bytes), TAV_OK);
-    unsigned value = 0;
-    for (size_t i = 0; i < text.size() / 2; ++i) {
-        std::sscanf(text.c_str() + 2 * i, "%2x", &value);
-        ASSERT_EQ(bytes[i], value & 0xFF) << i;
+TEST_F(StringOps, HexPairsInsideLongBlankRunsReadTheirEnds) {
+    const std::string blanks(3001, ' ');
+    for (const std::string &text : {blanks + "c3" + std::string(1000, '\n'),
+                                    "7f" + blanks + "zz" + blanks + "-1\t" + blanks}) {
+        uint8_t *bytes = nullptr;
+        ASSERT_EQ(tav_util_sscanf_bytes(text.c_str(), text.size(), &bytes), TAV_OK);
+        unsigned value = 0;
+        for (size_t i = 0; i < text.size() / 2; ++i) {
+            std::sscanf(text.c_str() + 2 * i, "%2x", &value);
+            ASSERT_EQ(bytes[i], value & 0xFF) << i;
+        }
+        std::free(bytes);
     }
-    std::free(bytes);
 }
 
 TEST_F(StringOps, HexAllocationFailuresAreLoggedAndTraced) {
