@@ -1,2 +1,335 @@
-// String operations.
+// String operations: byte replacement, hex text both ways, split, join and
+// appending to a counted text.
+#include <array>
+#include <cctype>
+#include <cstring>
+#include <string_view>
+
 #include "internal/frame.hpp"
+
+namespace {
+
+// ---- hex text -----------------------------------------------------------
+
+constexpr char kHexDigits[] = "0123456789abcdef";
+
+// The longest byte run whose hex text fits in one block.
+constexpr uint64_t kLongestHexRun = (PTRDIFF_MAX - 1) / 2;
+
+// The value of each byte as a hex digit, or -1.
+constexpr std::array<int8_t, 256> kHexValue = [] {
+    std::array<int8_t, 256> table{};
+    for (int byte = 0; byte < 256; ++byte) {
+        table[byte] = -1;
+    }
+    for (int digit = 0; digit < 10; ++digit) {
+        table['0' + digit] = static_cast<int8_t>(digit);
+    }
+    for (int digit = 0; digit < 6; ++digit) {
+        table['a' + digit] = static_cast<int8_t>(10 + digit);
+        table['A' + digit] = static_cast<int8_t>(10 + digit);
+    }
+    return table;
+}();
+
+// Two lower-case digits per byte, as "%02x" writes them, then the terminator.
+void encode_hex(const uint8_t *bytes, uint64_t length, char *text) {
+    for (uint64_t i = 0; i < length; ++i) {
+        text[2 * i] = kHexDigits[bytes[i] >> 4];
+        text[2 * i + 1] = kHexDigits[bytes[i] & 0xF];
+    }
+    text[2 * length] = '\0';
+}
+
+// What "%2x" makes of the text at `place`, which is not blank: at most two
+// characters are taken and one more is looked at, so sscanf on a copy of
+// those three gives exactly what it gives on the whole text, without
+// measuring the rest of it each time. A pair that does not parse leaves
+// `previous` as it is.
+unsigned scan_pair(const char *place, unsigned previous) {
+    char copy[4] = {};
+    for (int i = 0; i < 3 && place[i] != '\0'; ++i) {
+        copy[i] = place[i];
+    }
+    unsigned value = previous;
+    std::sscanf(copy, "%2x", &value);
+    return value;
+}
+
+// Reads `count` bytes from the pairs of `hex`. Plain digit pairs are decoded
+// directly; any other pair takes the "%2x" rule, blanks, signs and all.
+void decode_hex(const char *hex, uint64_t length, uint8_t *bytes, uint64_t count) {
+    // A pair at or behind the terminator sees no input and keeps the value;
+    // when the length claims more than the text holds, the bytes behind the
+    // terminator are never read.
+    const uint64_t text_end = tav_util_strnlen(hex, length);
+    // No pair before the first one: if it does not parse, byte 0 is 0.
+    unsigned value = 0;
+    // The end of the blank run last skipped, so that a long run is walked
+    // once and not again for each pair that starts inside it.
+    uint64_t blank_end = 0;
+    uint64_t last_scanned = UINT64_MAX;
+    for (uint64_t i = 0; i < count; ++i) {
+        const uint64_t at = 2 * i;
+        if (at < text_end) {
+            const int high = kHexValue[static_cast<unsigned char>(hex[at])];
+            const int low = kHexValue[static_cast<unsigned char>(hex[at + 1])];
+            if (high >= 0 && low >= 0) {
+                value = static_cast<unsigned>(high * 16 + low);
+            } else {
+                uint64_t from = at > blank_end ? at : blank_end;
+                while (std::isspace(static_cast<unsigned char>(hex[from])) != 0) {
+                    ++from;
+                }
+                blank_end = from;
+                // Pairs inside one blank run all read the place behind it,
+                // and reading it again would give what it gave before.
+                if (from != last_scanned) {
+                    value = scan_pair(hex + from, value);
+                    last_scanned = from;
+                }
+            }
+        }
+        bytes[i] = static_cast<uint8_t>(value);
+    }
+}
+
+// ---- split --------------------------------------------------------------
+
+// An empty delimiter would match everywhere without advancing; it never
+// matches instead, so the whole text is one token (none when empty).
+
+// The first place of `rest` that does not start a whole delimiter, stepping
+// over delimiters in whole steps; a rest shorter than the delimiter is text.
+// Null when nothing but delimiters remains.
+const char *skip_delimiters(std::string_view rest, std::string_view delimiter) {
+    const size_t d = delimiter.size();
+    size_t offset = 0;
+    if (d > 0) {
+        while (offset + d <= rest.size()) {
+            if (std::memcmp(rest.data() + offset, delimiter.data(), d) != 0) {
+                return rest.data() + offset;
+            }
+            offset += d;
+        }
+    }
+    return offset < rest.size() ? rest.data() + offset : nullptr;
+}
+
+// Where the next delimiter starts in `rest`, or null.
+const char *find_delimiter(std::string_view rest, std::string_view delimiter) {
+    if (delimiter.empty()) {
+        return nullptr;
+    }
+    return static_cast<const char *>(
+        tav_util_memmem(rest.data(), rest.size(), delimiter.data(), delimiter.size()));
+}
+
+// Walks the tokens of `text` in order, handing each to `visit`, and stops
+// early when `visit` returns false. Both passes of a split walk here, so the
+// second meets exactly the tokens the first counted. The text is measured
+// once by the caller and its rest carried along.
+template <typename Visit>
+bool for_each_token(std::string_view text, std::string_view delimiter, Visit visit) {
+    std::string_view rest = text;
+    while (true) {
+        const char *token = skip_delimiters(rest, delimiter);
+        if (token == nullptr) {
+            return true;
+        }
+        rest.remove_prefix(static_cast<size_t>(token - rest.data()));
+        const char *next = find_delimiter(rest, delimiter);
+        const size_t token_length =
+            next != nullptr ? static_cast<size_t>(next - token) : rest.size();
+        if (!visit(std::string_view(token, token_length))) {
+            return false;
+        }
+        if (next == nullptr) {
+            return true;
+        }
+        rest.remove_prefix(token_length);
+    }
+}
+
+// Frees the first `made` tokens, last first, then the array.
+void release_tokens(char **tokens, uint64_t made) {
+    while (made > 0) {
+        std::free(tokens[--made]);
+    }
+    std::free(tokens);
+}
+
+// ---- join and append ----------------------------------------------------
+
+// The one overflow test of join and append: `sum` + `addend` would not fit.
+constexpr bool sum_overflows(uint64_t sum, uint64_t addend) { return ~addend < sum; }
+
+} // namespace
+
+extern "C" {
+
+tav_status tav_util_str_replace(char *text, uint64_t maximum, char from, char to) {
+    if (text == nullptr) {
+        return TAV_OK;
+    }
+    // A `to` of zero cuts the text, yet the walk goes on to the next zero
+    // byte that was there before.
+    for (uint64_t i = 0; i < maximum && text[i] != '\0'; ++i) {
+        if (text[i] == from) {
+            text[i] = to;
+        }
+    }
+    return TAV_OK;
+}
+
+tav_status tav_util_sprintf_bytes(const uint8_t *bytes, uint64_t length, char **out) {
+    // No block holds more than PTRDIFF_MAX bytes; a longer run is refused as
+    // a failed allocation instead of asking for a wrapped, too small size.
+    *out = length <= kLongestHexRun ? static_cast<char *>(std::malloc(2 * length + 1)) : nullptr;
+    if (*out == nullptr) {
+        TAV_PLAIN_LINE("Allocation failed");
+        return tav::traced(TAV_SITE, TAV_ERR_NOMEM);
+    }
+    encode_hex(bytes, length, *out);
+    return TAV_OK;
+}
+
+tav_status tav_util_sscanf_bytes(const char *hex, uint64_t length, uint8_t **out) {
+    const uint64_t count = length / 2;
+    *out = static_cast<uint8_t *>(std::malloc(count));
+    if (*out == nullptr) {
+        TAV_PLAIN_LINE("Allocation failed");
+        return tav::traced(TAV_SITE, TAV_ERR_NOMEM);
+    }
+    decode_hex(hex, length, *out, count);
+    return TAV_OK;
+}
+
+tav_status tav_util_split(const char *text, const char *delimiter, char ***out,
+                          uint64_t *count_out) {
+    if (text == nullptr || delimiter == nullptr || out == nullptr || count_out == nullptr) {
+        TAV_PLAIN_LINE("NULL argument detected: %p %p %p %p", static_cast<const void *>(text),
+                       static_cast<const void *>(delimiter), static_cast<void *>(out),
+                       static_cast<void *>(count_out));
+        return tav::traced(TAV_SITE, TAV_ERR_NULL_ARG);
+    }
+    const std::string_view whole(text);
+    const std::string_view separator(delimiter);
+
+    *count_out = 0;
+    for_each_token(whole, separator, [count_out](std::string_view) {
+        ++*count_out;
+        return true;
+    });
+    if (*count_out == 0) {
+        *out = nullptr;
+        return TAV_OK;
+    }
+
+    *out = static_cast<char **>(std::malloc(*count_out * sizeof(char *)));
+    if (*out == nullptr) {
+        TAV_PLAIN_LINE("Memory allocation failed");
+        return tav::traced(TAV_SITE, TAV_ERR_NOMEM);
+    }
+
+    char **tokens = *out;
+    uint64_t made = 0;
+    const bool complete = for_each_token(whole, separator, [tokens, &made](std::string_view token) {
+        auto *copy = static_cast<char *>(std::malloc(token.size() + 1));
+        if (copy == nullptr) {
+            return false;
+        }
+        std::memcpy(copy, token.data(), token.size());
+        copy[token.size()] = '\0';
+        tokens[made++] = copy;
+        return true;
+    });
+    if (!complete) {
+        TAV_PLAIN_LINE("Failed to allocate memory");
+        release_tokens(tokens, made);
+        *out = nullptr;
+        return tav::traced(TAV_SITE, TAV_ERR_NOMEM);
+    }
+    return TAV_OK;
+}
+
+tav_status tav_util_join(const char *const *texts, uint64_t count, const char *separator,
+                         char **out, uint64_t *size_out) {
+    if (texts == nullptr || separator == nullptr || out == nullptr || size_out == nullptr ||
+        count == 0) {
+        return tav::traced(TAV_SITE, TAV_ERR_NULL_ARG);
+    }
+
+    // The size goes to the caller as it grows, so after an overflow it
+    // holds the sum so far.
+    const uint64_t separator_length = std::strlen(separator);
+    *size_out = 0;
+    for (uint64_t i = 0; i < count; ++i) {
+        const uint64_t text_length = std::strlen(texts[i]);
+        if (sum_overflows(*size_out, text_length)) {
+            return tav::traced(TAV_SITE, TAV_ERR_OVERFLOW);
+        }
+        *size_out += text_length;
+        const uint64_t follower = i + 1 == count ? 1 : separator_length;
+        if (sum_overflows(*size_out, follower)) {
+            return tav::traced(TAV_SITE, TAV_ERR_OVERFLOW);
+        }
+        *size_out += follower;
+    }
+
+    *out = static_cast<char *>(std::calloc(*size_out, 1));
+    if (*out == nullptr) {
+        return tav::traced(TAV_SITE, TAV_ERR_NOMEM);
+    }
+    // The terminator comes from the zero fill.
+    char *end = stpcpy(*out, texts[0]);
+    for (uint64_t i = 1; i < count; ++i) {
+        end = stpcpy(end, separator);
+        end = stpcpy(end, texts[i]);
+    }
+    return TAV_OK;
+}
+
+tav_status tav_util_append_string(char **text, uint64_t *length, const char *addition,
+                                  uint64_t addition_length) {
+    if (text == nullptr || length == nullptr || addition == nullptr) {
+        return tav::traced(TAV_SITE, TAV_ERR_NULL_ARG);
+    }
+    if (addition_length == 0 || (*text != nullptr && *length == 0)) {
+        return tav::traced(TAV_SITE, TAV_ERR_BAD_ARG);
+    }
+
+    if (*text == nullptr) {
+        // The text reads as far as the addition's first zero byte, yet its
+        // length is the whole addition length. The first block keeps the
+        // whole addition, so every byte that length claims exists and the
+        // next append never copies from outside the block.
+        *text = static_cast<char *>(tav_util_memdup0(addition, addition_length));
+        if (*text == nullptr) {
+            return tav::traced(TAV_SITE, TAV_ERR_NOMEM);
+        }
+        *length = addition_length;
+        return TAV_OK;
+    }
+
+    // A sum at the largest value leaves no room for the terminator: the size
+    // would wrap to 0 and the copy would run past the block.
+    if (sum_overflows(*length, addition_length) || sum_overflows(*length + addition_length, 1)) {
+        return tav::traced(TAV_SITE, TAV_ERR_OVERFLOW);
+    }
+    const uint64_t joined_length = *length + addition_length;
+    auto *joined = static_cast<char *>(std::malloc(joined_length + 1));
+    if (joined == nullptr) {
+        return tav::traced(TAV_SITE, TAV_ERR_NOMEM);
+    }
+    // Copied before the old text is freed: the addition may lie inside it.
+    std::memcpy(joined, *text, *length);
+    std::memcpy(joined + *length, addition, addition_length);
+    joined[joined_length] = '\0';
+    std::free(*text);
+    *text = joined;
+    *length = joined_length;
+    return TAV_OK;
+}
+
+} // extern "C"
