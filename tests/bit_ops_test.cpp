@@ -281,8 +281,8 @@ Bytes reference_shift(Bytes array, uint64_t length, uint64_t shift) {
 
 // The array in a block of exactly its size, so ASan sees any stray access.
 std::pair<Bytes, uint64_t> shift(const Bytes &array, uint64_t shift_bits) {
-    auto *block = static_cast<uint8_t *>(std::malloc(array.size() + 1));
-    std::memcpy(block, array.data(), array.size());
+    auto *block = static_cast<uint8_t *>(std::malloc(array.size()));
+    std::copy(array.begin(), array.end(), block);
     uint64_t length = array.size();
     EXPECT_EQ(tav_util_shift_bitstring_left(block, &length, shift_bits), TAV_OK);
     Bytes after(block, block + array.size());
