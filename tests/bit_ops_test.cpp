@@ -238,7 +238,7 @@ TEST_F(BitOps, DecodeMatchesTheWalkOnMixedInput) {
 // (length / 4) * 3 and is written whole. The block is sized for every started
 // group; ASan watches the writes.
 TEST_F(BitOps, DecodeBlockHoldsALastGroupPastTheFigure) {
-    for (size_t length = 1; length < 14; ++length) {
+    for (size_t length = 1; length < 41; ++length) {
         const Decoded d = decode(std::string(length, 'A'));
         EXPECT_EQ(d.status, TAV_OK);
         EXPECT_EQ(d.run.sizes, std::vector<size_t>{(length + 3) / 4 * 3}) << length;
