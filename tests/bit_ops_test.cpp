@@ -1,13 +1,11 @@
-// Base64 and bit strings: worked values, cross-checks against literal
-// byte-at-a-time references, the skipping rule, the blocks' bounds and every
-// failure with its reports.
+// Base64 and bit strings: worked values, cross-checks, the skipping rule, the
+// blocks' bounds and every failure with its reports.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <optional>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -18,18 +16,56 @@
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 using Lines = std::vector<std::string>;
+using Call = std::function<tav_status(uint8_t **out, uint64_t *size_out)>;
 const std::string kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+uint8_t *const kUntouched = reinterpret_cast<uint8_t *>(1); // never handed back
 
-uint8_t *const kUntouched = reinterpret_cast<uint8_t *>(1); // a pointer never handed back
+struct Result {
+    tav_status status = TAV_ERR_SYSTEM;
+    std::string bytes; // the output, size out long
+    uint64_t size = 99;
+    tavtest::AllocRun run;
+    uint8_t *out = kUntouched;
+};
 
-Bytes bytes_of(const std::string &text) { return Bytes(text.begin(), text.end()); }
+Result run(long fail_at, const Call &call) {
+    Result r;
+    r.run = tavtest::run_allocations(fail_at, [&] { r.status = call(&r.out, &r.size); });
+    if (r.out != nullptr && r.out != kUntouched) {
+        r.bytes.assign(reinterpret_cast<char *>(r.out), r.size);
+        std::free(r.out);
+    }
+    return r;
+}
 
-Bytes random_bytes(std::mt19937 &engine, size_t length) {
-    Bytes out(length);
-    for (auto &byte : out) {
-        byte = static_cast<uint8_t>(engine());
+const uint8_t *data(const std::string &s) { return reinterpret_cast<const uint8_t *>(s.data()); }
+
+Result encode(const std::string &in, long fail_at = 0) {
+    return run(fail_at, [&](uint8_t **o, uint64_t *s) {
+        return tav_util_base64_encode(data(in), in.size(), reinterpret_cast<char **>(o), s);
+    });
+}
+Result decode(const std::string &text, long fail_at = 0) {
+    return run(fail_at, [&](uint8_t **o, uint64_t *s) {
+        return tav_util_base64_decode(text.data(), text.size(), o, s);
+    });
+}
+Result map_bits(const std::string &in, uint64_t length, long fail_at = 0) {
+    return run(fail_at, [&](uint8_t **o, uint64_t *s) {
+        return tav_util_map_bitstring_to_bytes(data(in), length, o, s);
+    });
+}
+Result expand(const std::string &in, uint64_t length, int32_t factor, long fail_at = 0) {
+    return run(fail_at, [&](uint8_t **o, uint64_t *s) {
+        return tav_util_expand_byte_array(data(in), length, factor, o, s);
+    });
+}
+
+std::string random_bytes(std::mt19937 &engine, size_t length) {
+    std::string out(length, '\0');
+    for (char &c : out) {
+        c = static_cast<char>(engine());
     }
     return out;
 }
@@ -38,89 +74,6 @@ std::string pointer_text(const void *pointer) {
     char text[32];
     std::snprintf(text, sizeof text, "%p", pointer);
     return text;
-}
-
-struct Encoded {
-    tav_status status;
-    std::string text;
-    uint64_t size;
-    tavtest::AllocRun run;
-};
-
-Encoded encode(const Bytes &input, long fail_at = 0) {
-    Encoded e{TAV_ERR_SYSTEM, "", 0, {}};
-    char *out = reinterpret_cast<char *>(kUntouched);
-    e.run = tavtest::run_allocations(fail_at, [&] {
-        e.status = tav_util_base64_encode(input.data(), input.size(), &out, &e.size);
-    });
-    if (out != nullptr && out != reinterpret_cast<char *>(kUntouched)) {
-        e.text.assign(out, e.size);
-        std::free(out);
-    }
-    return e;
-}
-
-struct Decoded {
-    tav_status status;
-    Bytes bytes;
-    uint64_t size;
-    tavtest::AllocRun run;
-    bool out_null;
-};
-
-Decoded decode(const std::string &text, long fail_at = 0) {
-    Decoded d{TAV_ERR_SYSTEM, {}, 0, {}, false};
-    uint8_t *out = kUntouched;
-    d.run = tavtest::run_allocations(fail_at, [&] {
-        d.status = tav_util_base64_decode(text.data(), text.size(), &out, &d.size);
-    });
-    d.out_null = out == nullptr;
-    if (out != nullptr && out != kUntouched) {
-        d.bytes.assign(out, out + d.size);
-        std::free(out);
-    }
-    return d;
-}
-
-// The encoder's rule, bit by bit.
-std::string reference_encode(const Bytes &input) {
-    std::string out;
-    for (size_t i = 0; i < input.size(); i += 3) {
-        uint32_t group = 0;
-        for (size_t k = 0; k < 3; ++k) {
-            group = group << 8 | (i + k < input.size() ? input[i + k] : 0);
-        }
-        const size_t chars = input.size() - i >= 3 ? 4 : input.size() - i + 1;
-        for (size_t k = 0; k < 4; ++k) {
-            out += k < chars ? kAlphabet[(group >> (18 - 6 * k)) & 0x3F] : '=';
-        }
-    }
-    return out;
-}
-
-// The decoder's walk as stated: groups of four usable characters, each
-// written whole into a generous buffer, then the correction for the last.
-Bytes reference_decode(const std::string &text) {
-    Bytes out;
-    size_t place = 0, count = 0;
-    while (place < text.size()) {
-        int values[4] = {0, 0, 0, 0};
-        count = 0;
-        while (count < 4 && place < text.size()) {
-            const auto found = kAlphabet.find(text[place++]);
-            if (found != std::string::npos) {
-                values[count++] = static_cast<int>(found);
-            }
-        }
-        if (count == 0) {
-            break;
-        }
-        out.push_back(static_cast<uint8_t>(values[0] << 2 | values[1] >> 4));
-        out.push_back(static_cast<uint8_t>(values[1] << 4 | values[2] >> 2));
-        out.push_back(static_cast<uint8_t>((values[2] << 6 & 0xC0) | values[3]));
-    }
-    out.resize(out.size() - (count == 3 ? 1 : count == 2 ? 2 : 0));
-    return out;
 }
 
 class BitOps : public ::testing::Test {
@@ -137,6 +90,7 @@ TEST_F(BitOps, Base64SizeCountsStartedGroups) {
     }
 }
 
+// RFC 4648 vectors, and one long enough for the word-wide path.
 TEST_F(BitOps, EncodesTheWorkedValuesIntoExactBlocks) {
     const std::pair<std::string, std::string> cases[] = {
         {"", ""},
@@ -146,63 +100,59 @@ TEST_F(BitOps, EncodesTheWorkedValuesIntoExactBlocks) {
         {"foob", "Zm9vYg=="},
         {"fooba", "Zm9vYmE="},
         {"foobar", "Zm9vYmFy"},
-        {"\xff\xfe\xfd\xfc\xfb\xfa\xf9\xf8", "//79/Pv6+fg="}};
+        {"\xff\xfe\xfd\xfc\xfb\xfa\xf9\xf8", "//79/Pv6+fg="},
+        {"Many hands make light work.", "TWFueSBoYW5kcyBtYWtlIGxpZ2h0IHdvcmsu"}};
     for (const auto &[plain, encoded] : cases) {
-        const Encoded e = encode(bytes_of(plain));
+        const Result e = encode(plain);
         EXPECT_EQ(e.status, TAV_OK);
-        EXPECT_EQ(e.text, encoded);
-        EXPECT_EQ(e.size, encoded.size());
+        EXPECT_EQ(e.bytes, encoded);
         EXPECT_EQ(e.run.sizes, std::vector<size_t>{encoded.size()}) << "no terminator";
+        EXPECT_EQ(decode(encoded).bytes, plain);
     }
     EXPECT_TRUE(tavtest::reports().empty());
 }
 
-// Every length across the word-wide path and its tails, all byte values.
-TEST_F(BitOps, EncodeMatchesTheRuleAtEveryLength) {
+// Every length across the word-wide paths and their tails.
+TEST_F(BitOps, RoundTripsAtEveryLength) {
     std::mt19937 engine(7);
     for (size_t length = 0; length < 70; ++length) {
-        const Bytes input = random_bytes(engine, length);
-        EXPECT_EQ(encode(input).text, reference_encode(input)) << length;
-        EXPECT_EQ(tav_util_to_base64_size(length), reference_encode(input).size());
+        const std::string input = random_bytes(engine, length);
+        const Result e = encode(input);
+        EXPECT_EQ(e.size, tav_util_to_base64_size(length));
+        EXPECT_EQ(decode(e.bytes).bytes, input) << length;
     }
 }
 
 TEST_F(BitOps, DecodesTheWorkedValues) {
-    const std::pair<std::string, Bytes> cases[] = {
-        {"", {}},
-        {"YQ==", {'a'}},
-        {"YWI=", {'a', 'b'}},
-        {"YWJj", {'a', 'b', 'c'}},
-        {"YQ", {'a'}},
-        {"Y", {0x60, 0, 0}},              // one character is a whole group
-        {"YQ==YQ==", {0x61, 0x06, 0x10}}, // padding does not end the text
-        {"YQ==YWJj", {0x61, 0x06, 0x16, 0x26}},
-        {"=\n \x80", {}},
-        {"YWJj\n\n", {'a', 'b', 'c'}}};
+    const std::pair<std::string, std::string> cases[] = {
+        {"YQ==", "a"},
+        {"YQ", "a"},
+        {"Y", {'\x60', '\0', '\0'}},  // one character is a whole group
+        {"YQ==YQ==", "\x61\x06\x10"}, // padding does not end the text
+        {"YQ==YWJj", "\x61\x06\x16\x26"},
+        {"=\n \x80", ""},
+        {"YWJj\n\n", "abc"}};
     for (const auto &[text, plain] : cases) {
-        const Decoded d = decode(text);
+        const Result d = decode(text);
         EXPECT_EQ(d.status, TAV_OK) << text;
         EXPECT_EQ(d.bytes, plain) << text;
     }
-    EXPECT_TRUE(tavtest::reports().empty());
 }
 
-// Every byte outside the alphabet is dropped wherever it stands.
-TEST_F(BitOps, DecodeSkipsEveryForeignByte) {
+TEST_F(BitOps, DecodeSkipsEveryForeignByteWhereverItStands) {
     for (int byte = 0; byte < 256; ++byte) {
-        if (kAlphabet.find(static_cast<char>(byte)) != std::string::npos) {
-            continue;
-        }
         const std::string foreign(1, static_cast<char>(byte));
-        for (const std::string &text :
-             {foreign + "YWJj", "Y" + foreign + "WJj", "YWJ" + foreign + "j", "YWJj" + foreign}) {
-            EXPECT_EQ(decode(text).bytes, bytes_of("abc")) << byte;
+        if (kAlphabet.find(foreign) == std::string::npos) {
+            for (const std::string &text : {foreign + "YWJj", "Y" + foreign + "WJj",
+                                            "YWJ" + foreign + "j", "YWJj" + foreign}) {
+                EXPECT_EQ(decode(text).bytes, "abc") << byte;
+            }
         }
     }
 }
 
-// The byte count follows the usable characters only: 4 give 3, a last group
-// of 3 gives 2, of 2 gives 1, of 1 gives 3.
+// 4 usable characters give 3 bytes; a last group of 3 gives 2, of 2 gives 1,
+// of 1 gives 3.
 TEST_F(BitOps, DecodedSizeFollowsTheUsableCharacters) {
     const uint64_t sizes[] = {0, 3, 1, 2, 3, 6, 4, 5, 6, 9};
     for (size_t usable = 0; usable < 10; ++usable) {
@@ -211,81 +161,81 @@ TEST_F(BitOps, DecodedSizeFollowsTheUsableCharacters) {
     }
 }
 
-TEST_F(BitOps, DecodeIgnoresLineBreaks) {
-    std::mt19937 engine(11);
-    const Bytes input = random_bytes(engine, 1000);
-    std::string wrapped, text = reference_encode(input);
+// Foreign bytes strewn anywhere (and line breaks every 76 characters) decode
+// as the text without them, whatever groups they split.
+TEST_F(BitOps, DecodeOfMixedTextMatchesTheTextWithoutForeignBytes) {
+    std::mt19937 engine(3);
+    for (int round = 0; round < 2000; ++round) {
+        std::string text(engine() % 41, '\0'), usable;
+        for (char &c : text) {
+            c = engine() % 4 != 0 ? kAlphabet[engine() % 64] : static_cast<char>(engine());
+            usable += kAlphabet.find(c) != std::string::npos ? std::string(1, c) : "";
+        }
+        EXPECT_EQ(decode(text).bytes, decode(usable).bytes) << text;
+    }
+    const std::string input = random_bytes(engine, 1000), text = encode(input).bytes;
+    std::string wrapped;
     for (size_t i = 0; i < text.size(); i += 76) {
         wrapped += text.substr(i, 76) + "\n";
     }
     EXPECT_EQ(decode(wrapped).bytes, input);
 }
 
-// Random mixes of usable and foreign bytes, at every length up to 40, so
-// that groups cross the fast path's boundaries in every way.
-TEST_F(BitOps, DecodeMatchesTheWalkOnMixedInput) {
-    std::mt19937 engine(3);
-    for (int round = 0; round < 2000; ++round) {
-        std::string text(engine() % 41, '\0');
-        for (char &c : text) {
-            c = engine() % 4 != 0 ? kAlphabet[engine() % 64] : static_cast<char>(engine());
-        }
-        EXPECT_EQ(decode(text).bytes, reference_decode(text)) << text;
-    }
-}
-
-// Lengths that are not a multiple of 4, all usable: the last group lies past
-// (length / 4) * 3 and is written whole. The block is sized for every started
-// group; ASan watches the writes.
+// All usable, lengths not a multiple of 4: the last group lies past
+// (length / 4) * 3 and is written whole, so the block holds a group for every
+// started 4 characters. ASan watches the writes.
 TEST_F(BitOps, DecodeBlockHoldsALastGroupPastTheFigure) {
     for (size_t length = 1; length < 41; ++length) {
-        const Decoded d = decode(std::string(length, 'A'));
-        EXPECT_EQ(d.status, TAV_OK);
-        EXPECT_EQ(d.run.sizes, std::vector<size_t>{(length + 3) / 4 * 3}) << length;
+        const Result d = decode(std::string(length, 'A'));
         const uint64_t last_group_bytes[] = {0, 3, 1, 2};
+        EXPECT_EQ(d.run.sizes, std::vector<size_t>{(length + 3) / 4 * 3}) << length;
         EXPECT_EQ(d.size, length / 4 * 3 + last_group_bytes[length % 4]) << length;
     }
 }
 
-TEST_F(BitOps, Base64AllocationFailureIsSilentAndKeepsTheFigure) {
-    const Encoded e = encode(bytes_of("abcdefg"), 1);
-    EXPECT_TRUE(e.run.injected);
-    EXPECT_EQ(e.status, TAV_ERR_NOMEM);
-    EXPECT_EQ(e.size, 12u);
-    const Decoded d = decode("YWJjZGVmZw", 1);
-    EXPECT_EQ(d.status, TAV_ERR_NOMEM);
-    EXPECT_TRUE(d.out_null);
-    EXPECT_EQ(d.size, 6u) << "(length / 4) * 3";
-    EXPECT_EQ(e.run.live_blocks + d.run.live_blocks, 0);
-    EXPECT_TRUE(tavtest::reports().empty());
+// Each allocating operation makes one allocation, zero-sized ones included.
+// When it fails, out is null, size out keeps the figure, nothing is left
+// allocated, and only the bit-string operations report.
+TEST_F(BitOps, EveryAllocationFailureIsReported) {
+    const std::string in = "YWJjZGVmZw";
+    const struct {
+        std::function<Result(uint64_t length, long fail_at)> call;
+        uint64_t length, size;
+        const char *reporter;
+    } cases[] = {{[&](uint64_t n, long f) { return encode(in.substr(0, n), f); }, 7, 12, nullptr},
+                 {[&](uint64_t n, long f) { return decode(in.substr(0, n), f); }, 10, 6, nullptr},
+                 {[&](uint64_t n, long f) { return map_bits(in, n, f); }, 3, 24,
+                  "tav_util_map_bitstring_to_bytes"},
+                 {[&](uint64_t n, long f) { return expand(in, n, 2, f); }, 3, 6,
+                  "tav_util_expand_byte_array"}};
+    for (const auto &c : cases) {
+        for (const uint64_t length : {c.length, uint64_t{0}}) {
+            tavtest::clear_reports();
+            EXPECT_EQ(c.call(length, 0).run.allocations, 1);
+            const Result r = c.call(length, 1);
+            EXPECT_EQ(r.status, TAV_ERR_NOMEM);
+            EXPECT_EQ(r.out, nullptr);
+            EXPECT_EQ(r.size, length == 0 ? 0 : c.size);
+            EXPECT_EQ(r.run.live_blocks, 0);
+            Lines expected;
+            if (c.reporter != nullptr) {
+                expected = {std::string("log ") + c.reporter + " Memory allocation failed",
+                            std::string("trace ") + c.reporter + " src/bit_ops.cpp 2"};
+            }
+            EXPECT_EQ(tavtest::report_summary(), expected);
+        }
+    }
 }
 
 // ---- bit strings ----------------------------------------------------------------
 
-// The shift as stated, byte by byte, on a copy of the array at full size.
-Bytes reference_shift(Bytes array, uint64_t length, uint64_t shift) {
-    const uint64_t r = shift & 7, w = shift >> 3, n = length - w;
-    if (r == 0) {
-        std::memmove(array.data(), array.data() + w, n);
-        return array;
-    }
-    const uint8_t m = static_cast<uint8_t>(0xFF >> r);
-    for (uint64_t i = 0; i + 1 < n; ++i) {
-        array[i] =
-            static_cast<uint8_t>((array[i + w] & m) << r | (array[i + w + 1] & ~m) >> (8 - r));
-    }
-    array[n - 1] = static_cast<uint8_t>((array[n - 1 + w] & m) << r);
-    std::fill(array.begin() + static_cast<long>(n), array.begin() + static_cast<long>(n + w), 0);
-    return array;
-}
-
 // The array in a block of exactly its size, so ASan sees any stray access.
-std::pair<Bytes, uint64_t> shift(const Bytes &array, uint64_t shift_bits) {
+std::pair<std::string, uint64_t> shift(const std::string &array, uint64_t bits) {
     auto *block = static_cast<uint8_t *>(std::malloc(array.size()));
     std::copy(array.begin(), array.end(), block);
     uint64_t length = array.size();
-    EXPECT_EQ(tav_util_shift_bitstring_left(block, &length, shift_bits), TAV_OK);
-    Bytes after(block, block + array.size());
+    EXPECT_EQ(tav_util_shift_bitstring_left(block, &length, bits), TAV_OK);
+    std::string after(block, block + array.size());
     std::free(block);
     return {after, length};
 }
@@ -293,25 +243,40 @@ std::pair<Bytes, uint64_t> shift(const Bytes &array, uint64_t shift_bits) {
 TEST_F(BitOps, ShiftsTheWorkedValues) {
     const struct {
         uint64_t bits;
-        Bytes after;
+        std::string after;
         uint64_t length;
-    } cases[] = {{0, {0xAB, 0xCD}, 2},
-                 {4, {0xBC, 0xD0}, 2},
-                 {8, {0xCD, 0xCD}, 1},
-                 {12, {0xD0, 0x00}, 1},
-                 {16, {0xAB, 0xCD}, 0}};
+    } cases[] = {{0, "\xAB\xCD", 2},
+                 {4, "\xBC\xD0", 2},
+                 {8, "\xCD\xCD", 1},
+                 {12, {'\xD0', '\0'}, 1},
+                 {16, "\xAB\xCD", 0}};
     for (const auto &c : cases) {
-        EXPECT_EQ(shift({0xAB, 0xCD}, c.bits), std::make_pair(c.after, c.length)) << c.bits;
+        EXPECT_EQ(shift("\xAB\xCD", c.bits), std::make_pair(c.after, c.length)) << c.bits;
     }
 }
 
-TEST_F(BitOps, ShiftMatchesTheRuleAtEveryLengthAndShift) {
+// Against the bits written out as text: drop `bits` of them, pack the rest.
+// With bits to move the array is zero behind the string; without, the bytes
+// behind it keep their values.
+TEST_F(BitOps, ShiftMatchesTheBitsAsTextAtEveryLengthAndShift) {
     std::mt19937 engine(5);
     for (size_t length = 1; length < 40; ++length) {
-        const Bytes array = random_bytes(engine, length);
+        const std::string array = random_bytes(engine, length);
+        std::string bits_text;
+        for (const char byte : array) {
+            for (int bit = 7; bit >= 0; --bit) {
+                bits_text += (byte >> bit & 1) != 0 ? '1' : '0';
+            }
+        }
         for (uint64_t bits = 0; bits <= 8 * length; ++bits) {
-            EXPECT_EQ(shift(array, bits),
-                      std::make_pair(reference_shift(array, length, bits), length - bits / 8))
+            std::string expected = array;
+            const std::string moved = bits_text.substr(bits) + std::string(bits, '0');
+            for (size_t i = 0; i < length; ++i) {
+                if (bits % 8 != 0 || i < length - bits / 8) {
+                    expected[i] = static_cast<char>(std::stoi(moved.substr(8 * i, 8), nullptr, 2));
+                }
+            }
+            EXPECT_EQ(shift(array, bits), std::make_pair(expected, length - bits / 8))
                 << length << " " << bits;
         }
     }
@@ -320,100 +285,52 @@ TEST_F(BitOps, ShiftMatchesTheRuleAtEveryLengthAndShift) {
 // A whole-byte part past the string (or at its end with bits to move) is held
 // at the length: the string empties; moved bits clear the array, else it stays.
 TEST_F(BitOps, ShiftPastTheStringEmptiesItInBounds) {
-    const Bytes array = {0xAB, 0xCD, 0xEF};
-    EXPECT_EQ(shift(array, 25), std::make_pair(Bytes{0, 0, 0}, uint64_t{0}));
-    EXPECT_EQ(shift(array, 32), std::make_pair(array, uint64_t{0}));
-    EXPECT_EQ(shift(array, UINT64_MAX), std::make_pair(Bytes{0, 0, 0}, uint64_t{0}));
-    EXPECT_EQ(shift({}, 3), std::make_pair(Bytes{}, uint64_t{0}));
-}
-
-TEST_F(BitOps, ShiftOfNullArgumentsChangesNothing) {
-    uint8_t byte = 0x5A;
-    uint64_t length = 1;
-    EXPECT_EQ(tav_util_shift_bitstring_left(nullptr, &length, 1), TAV_ERR_NULL_ARG);
-    EXPECT_EQ(tav_util_shift_bitstring_left(&byte, nullptr, 1), TAV_ERR_NULL_ARG);
-    EXPECT_EQ(byte, 0x5A);
-    EXPECT_EQ(length, 1u);
-    const std::string fn = "tav_util_shift_bitstring_left";
-    EXPECT_EQ(tavtest::report_summary(),
-              (Lines{"log " + fn + " NULL argument detected: (nil) " + pointer_text(&length),
-                     "trace " + fn + " src/bit_ops.cpp 3",
-                     "log " + fn + " NULL argument detected: " + pointer_text(&byte) + " (nil)",
-                     "trace " + fn + " src/bit_ops.cpp 3"}));
-}
-
-struct Made {
-    tav_status status;
-    Bytes bytes;
-    uint64_t size;
-    tavtest::AllocRun run;
-    bool out_null;
-};
-
-// With no factor: tav_util_map_bitstring_to_bytes.
-Made make(const Bytes &input, uint64_t length, std::optional<int32_t> factor, long fail_at = 0) {
-    Made m{TAV_ERR_SYSTEM, {}, 7, {}, false};
-    uint8_t *out = kUntouched;
-    m.run = tavtest::run_allocations(fail_at, [&] {
-        m.status = factor ? tav_util_expand_byte_array(input.data(), length, *factor, &out, &m.size)
-                          : tav_util_map_bitstring_to_bytes(input.data(), length, &out, &m.size);
-    });
-    m.out_null = out == nullptr;
-    if (out != nullptr && out != kUntouched) {
-        m.bytes.assign(out, out + m.size);
-        std::free(out);
-    }
-    return m;
+    const std::string zeros(3, '\0');
+    EXPECT_EQ(shift("\xAB\xCD\xEF", 25), std::make_pair(zeros, uint64_t{0}));
+    EXPECT_EQ(shift("\xAB\xCD\xEF", 32), std::make_pair(std::string("\xAB\xCD\xEF"), uint64_t{0}));
+    EXPECT_EQ(shift("\xAB\xCD\xEF", UINT64_MAX), std::make_pair(zeros, uint64_t{0}));
+    EXPECT_EQ(shift("", 3), std::make_pair(std::string(), uint64_t{0}));
 }
 
 TEST_F(BitOps, MapsEveryByteToItsBits) {
-    EXPECT_EQ(make({0xA0}, 1, {}).bytes, (Bytes{1, 0, 1, 0, 0, 0, 0, 0}));
-    Bytes all(256), expected;
+    EXPECT_EQ(map_bits("\xA0", 1).bytes, std::string({1, 0, 1, 0, 0, 0, 0, 0}));
+    std::string all, expected;
     for (int byte = 0; byte < 256; ++byte) {
-        all[byte] = static_cast<uint8_t>(byte);
+        all += static_cast<char>(byte);
         for (int bit = 7; bit >= 0; --bit) {
-            expected.push_back((byte >> bit) & 1);
+            expected += static_cast<char>(byte >> bit & 1);
         }
     }
-    const Made m = make(all, all.size(), {});
-    EXPECT_EQ(m.bytes, expected);
-    EXPECT_EQ(m.run.sizes, std::vector<size_t>{2048});
-    const Made empty = make({0xA0}, 0, {});
-    EXPECT_EQ(empty.status, TAV_OK);
-    EXPECT_EQ(empty.size, 0u);
+    EXPECT_EQ(map_bits(all, all.size()).bytes, expected);
+    EXPECT_EQ(map_bits("x", 0).status, TAV_OK);
 }
 
 TEST_F(BitOps, ExpandsEachByteFactorTimes) {
-    EXPECT_EQ(make({1, 2}, 2, 3).bytes, (Bytes{1, 1, 1, 2, 2, 2}));
-    EXPECT_EQ(make({1, 2}, 2, 1).bytes, (Bytes{1, 2}));
-    const Made zero = make({1, 2}, 2, 0);
+    EXPECT_EQ(expand("\1\2", 2, 3).bytes, "\1\1\1\2\2\2");
+    EXPECT_EQ(expand("\1\2", 2, 1).bytes, "\1\2");
+    const Result zero = expand("\1\2", 2, 0);
     EXPECT_EQ(zero.status, TAV_OK);
     EXPECT_EQ(zero.run.sizes, std::vector<size_t>{0});
     EXPECT_TRUE(tavtest::reports().empty());
 }
 
-// A failed allocation, a negative factor and a product that wraps past 64
-// bits: each fails the same way, leaves nothing allocated and writes nothing.
+// A negative factor and a product that wraps past 64 bits fail as a refused
+// allocation: malloc sees the figure, nothing stays allocated or is written.
 TEST_F(BitOps, SizesThatCannotBeMetFailWithTheirReports) {
-    const Bytes one = {0xFF};
     const struct {
-        Made made;
+        Result made;
         uint64_t size;
         const char *fn;
-    } cases[] = {
-        {make(one, 1, {}, 1), 8, "tav_util_map_bitstring_to_bytes"},
-        {make(one, (uint64_t{1} << 61) + 1, {}), 8, "tav_util_map_bitstring_to_bytes"},
-        {make(one, 1, 2, 1), 2, "tav_util_expand_byte_array"},
-        {make(one, 2, -3), static_cast<uint64_t>(-6), "tav_util_expand_byte_array"},
-        {make(one, UINT64_MAX, -1), 1, "tav_util_expand_byte_array"},
-        {make(one, uint64_t{1} << 62, 4), 0, "tav_util_expand_byte_array"},
-    };
+    } cases[] = {{map_bits("\xFF", (uint64_t{1} << 61) + 1), 8, "tav_util_map_bitstring_to_bytes"},
+                 {expand("\xFF", 2, -3), static_cast<uint64_t>(-6), "tav_util_expand_byte_array"},
+                 {expand("\xFF", UINT64_MAX, -1), 1, "tav_util_expand_byte_array"},
+                 {expand("\xFF", uint64_t{1} << 62, 4), 0, "tav_util_expand_byte_array"}};
     Lines expected;
     for (const auto &c : cases) {
         EXPECT_EQ(c.made.status, TAV_ERR_NOMEM) << c.size;
-        EXPECT_TRUE(c.made.out_null);
+        EXPECT_EQ(c.made.out, nullptr);
         EXPECT_EQ(c.made.size, c.size);
-        EXPECT_EQ(c.made.run.sizes, std::vector<size_t>{c.size}) << "malloc sees the figure";
+        EXPECT_EQ(c.made.run.sizes, std::vector<size_t>{c.size});
         EXPECT_EQ(c.made.run.live_blocks, 0);
         expected.push_back(std::string("log ") + c.fn + " Memory allocation failed");
         expected.push_back(std::string("trace ") + c.fn + " src/bit_ops.cpp 2");
@@ -421,23 +338,32 @@ TEST_F(BitOps, SizesThatCannotBeMetFailWithTheirReports) {
     EXPECT_EQ(tavtest::report_summary(), expected);
 }
 
-TEST_F(BitOps, NullParametersAreLoggedAndTraced) {
-    uint8_t byte = 1, *out = nullptr;
-    uint64_t size = 5;
+TEST_F(BitOps, NullArgumentsAreLoggedAndTracedAndChangeNothing) {
+    uint8_t byte = 0x5A, *out = nullptr;
+    uint64_t length = 1, size = 5;
+    EXPECT_EQ(tav_util_shift_bitstring_left(nullptr, &length, 1), TAV_ERR_NULL_ARG);
+    EXPECT_EQ(tav_util_shift_bitstring_left(&byte, nullptr, 1), TAV_ERR_NULL_ARG);
     EXPECT_EQ(tav_util_map_bitstring_to_bytes(nullptr, 1, &out, &size), TAV_ERR_NULL_ARG);
     EXPECT_EQ(tav_util_map_bitstring_to_bytes(&byte, 1, nullptr, &size), TAV_ERR_NULL_ARG);
     EXPECT_EQ(tav_util_expand_byte_array(&byte, 1, 2, &out, nullptr), TAV_ERR_NULL_ARG);
-    EXPECT_EQ(size, 5u);
-    const std::string map = "tav_util_map_bitstring_to_bytes",
-                      expand = "tav_util_expand_byte_array";
-    const std::string b = pointer_text(&byte), o = pointer_text(&out), s = pointer_text(&size);
+    EXPECT_EQ(byte, 0x5A);
+    EXPECT_EQ(length + size, 6u);
+    const std::string shift_fn = "tav_util_shift_bitstring_left";
+    const std::string map_fn = "tav_util_map_bitstring_to_bytes";
+    const std::string expand_fn = "tav_util_expand_byte_array";
+    const std::string b = pointer_text(&byte), l = pointer_text(&length), o = pointer_text(&out),
+                      s = pointer_text(&size);
     EXPECT_EQ(tavtest::report_summary(),
-              (Lines{"log " + map + " NULL parameter detected: (nil) " + o + " " + s,
-                     "trace " + map + " src/bit_ops.cpp 3",
-                     "log " + map + " NULL parameter detected: " + b + " (nil) " + s,
-                     "trace " + map + " src/bit_ops.cpp 3",
-                     "log " + expand + " NULL parameter detected: " + b + " " + o + " (nil)",
-                     "trace " + expand + " src/bit_ops.cpp 3"}));
+              (Lines{"log " + shift_fn + " NULL argument detected: (nil) " + l,
+                     "trace " + shift_fn + " src/bit_ops.cpp 3",
+                     "log " + shift_fn + " NULL argument detected: " + b + " (nil)",
+                     "trace " + shift_fn + " src/bit_ops.cpp 3",
+                     "log " + map_fn + " NULL parameter detected: (nil) " + o + " " + s,
+                     "trace " + map_fn + " src/bit_ops.cpp 3",
+                     "log " + map_fn + " NULL parameter detected: " + b + " (nil) " + s,
+                     "trace " + map_fn + " src/bit_ops.cpp 3",
+                     "log " + expand_fn + " NULL parameter detected: " + b + " " + o + " (nil)",
+                     "trace " + expand_fn + " src/bit_ops.cpp 3"}));
 }
 
 } // namespace
