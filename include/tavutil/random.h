@@ -34,7 +34,7 @@ tav_status tav_util_prng_unpacked(int32_t *cursor, uint64_t *weyl, uint64_t tabl
 
 /* `count` words into `out[0]` to `out[count - 1]`, the same words and the same
  * final state as `count` calls of tav_util_prng. A `count` of 0 does nothing
- * and returns TAV_OK. */
+ * and returns TAV_OK. `out` must not overlap `*state`. */
 tav_status tav_util_prng_batch(tav_util_prng_state *state, uint64_t *out, size_t count);
 
 /* One word, with `value` stirred into the state; a `value` of 0 makes it the
