@@ -1,7 +1,6 @@
 // The seeded pseudo-random generator: a lagged xorshift recurrence over a
 // 64-word table whose words are combined with a Weyl sequence on the way out.
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include "internal/frame.hpp"
@@ -17,8 +16,10 @@ constexpr int kSeedPasses = 64;
 constexpr int kWarmUpSteps = 256;
 
 // The recurrence on the word at an index (`own`) and the word 11 places
-// ahead (`lagged`); the result replaces `own` in the table.
-constexpr uint64_t recur(uint64_t own, uint64_t lagged) {
+// ahead (`lagged`); the result replaces `own` in the table. A template, so
+// that the batch applies the very same operations to several words at once
+// as the lanes of one vector.
+template <typename Word> constexpr Word recur(Word own, Word lagged) {
     own ^= own << 33;
     own ^= own >> 26;
     lagged ^= lagged << 27;
@@ -28,7 +29,7 @@ constexpr uint64_t recur(uint64_t own, uint64_t lagged) {
 
 // What the caller sees of a step: the advanced Weyl counter, mixed, plus the
 // new table word.
-constexpr uint64_t output_word(uint64_t weyl, uint64_t recurred) {
+template <typename Word> constexpr Word output_word(Word weyl, Word recurred) {
     return (weyl ^ (weyl >> 27)) + recurred;
 }
 
@@ -50,24 +51,21 @@ uint64_t step(int32_t &cursor, uint64_t &weyl, uint64_t *table, uint64_t value) 
 // any 53 steps in a row read only words written before they start. The table
 // is walked in two runs per pass whose lagged index needs no wrapping: from
 // index 0 to 52 the lagged word lies 11 ahead (not yet rewritten this pass),
-// from 53 to 63 it lies 53 behind (rewritten at the start of this pass). In
-// blocks of 8 steps (no more than the lag of 11) no step's write touches
-// another step's reads, so a block reads all its words first and the
-// compiler is free to compute its steps side by side. The words and the
-// final state are those of single steps, in the same order.
+// from 53 to 63 it lies 53 behind (rewritten at the start of this pass).
+// Within a run, a block of up to 11 steps writes no word that one of its own
+// steps reads, so a block loads all its words first and computes its steps
+// side by side, as lanes of one vector. The words and the final state are
+// those of single steps, in the same order.
 
-constexpr uint32_t kWrapStart = kTableWords - kLag; // first index whose lagged word wraps
-constexpr size_t kBlock = 8;
+// Two words as one value, the width of a vector register on every 64-bit
+// target (SSE2, NEON); where there is none the compiler uses two scalars.
+typedef uint64_t Lanes __attribute__((vector_size(16)));
+constexpr size_t kBlock = sizeof(Lanes) / sizeof(uint64_t);
 static_assert(kBlock <= kLag, "a block must not write a word it also reads");
+constexpr uint32_t kWrapStart = kTableWords - kLag; // first index whose lagged word wraps
 
 // The Weyl counter after each step of a block, as offsets from its start.
-constexpr std::array<uint64_t, kBlock> kBlockWeylSteps = [] {
-    std::array<uint64_t, kBlock> steps{};
-    for (size_t j = 0; j < kBlock; ++j) {
-        steps[j] = kWeylIncrement * (j + 1);
-    }
-    return steps;
-}();
+constexpr Lanes kBlockWeylSteps = {kWeylIncrement, 2 * kWeylIncrement};
 
 // `count` steps at the indices `first` on, all within one run, so that the
 // lagged word of index i is table[i + LagOffset]. Words go to `out` through
@@ -78,16 +76,15 @@ void run_steps(uint64_t *table, uint32_t first, size_t count, uint64_t &weyl, un
     const uint64_t *lagged = table + static_cast<int>(first) + LagOffset;
     size_t k = 0;
     for (; k + kBlock <= count; k += kBlock) {
-        std::array<uint64_t, kBlock> words;
-        for (size_t j = 0; j < kBlock; ++j) {
-            words[j] = recur(own[k + j], lagged[k + j]);
-        }
-        for (size_t j = 0; j < kBlock; ++j) {
-            own[k + j] = words[j];
-            words[j] = output_word(weyl + kBlockWeylSteps[j], words[j]);
-        }
-        weyl += kBlockWeylSteps[kBlock - 1];
-        std::memcpy(out + 8 * k, words.data(), sizeof words);
+        Lanes own_words, lagged_words;
+        std::memcpy(&own_words, own + k, sizeof own_words);
+        std::memcpy(&lagged_words, lagged + k, sizeof lagged_words);
+        const Lanes recurred = recur(own_words, lagged_words);
+        std::memcpy(own + k, &recurred, sizeof recurred);
+        const Lanes weyls = weyl + kBlockWeylSteps;
+        weyl = weyls[kBlock - 1];
+        const Lanes words = output_word(weyls, recurred);
+        std::memcpy(out + 8 * k, &words, sizeof words);
     }
     for (; k < count; ++k) {
         const uint64_t recurred = recur(own[k], lagged[k]);
