@@ -156,13 +156,18 @@ tav_status tav_util_prng_unpacked(int32_t *cursor, uint64_t *weyl, uint64_t tabl
     return TAV_OK;
 }
 
+// The same function under a name bound inside the library, so that
+// tav_util_prng reaches it by a direct call rather than through the PLT.
+[[gnu::alias("tav_util_prng_unpacked"), gnu::visibility("hidden")]] tav_status
+prng_unpacked_here(int32_t *cursor, uint64_t *weyl, uint64_t table[64], uint64_t *out);
+
 tav_status tav_util_prng(tav_util_prng_state *state, uint64_t *out) {
     // The fields are handed on as they are; a null state becomes null fields,
     // which the callee reports under its own name.
     if (state == nullptr) {
-        return tav_util_prng_unpacked(nullptr, nullptr, nullptr, out);
+        return prng_unpacked_here(nullptr, nullptr, nullptr, out);
     }
-    return tav_util_prng_unpacked(&state->cursor, &state->weyl, state->table, out);
+    return prng_unpacked_here(&state->cursor, &state->weyl, state->table, out);
 }
 
 tav_status tav_util_prng_batch(tav_util_prng_state *state, uint64_t *out, size_t count) {
