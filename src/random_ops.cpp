@@ -121,6 +121,14 @@ void generate(tav_util_prng_state &state, unsigned char *out, size_t count) {
 
 extern "C" {
 
+// The same functions under names bound inside the library, so that
+// tav_util_prng and tav_util_prng_fill reach them by a direct call rather
+// than through the PLT.
+[[gnu::alias("tav_util_prng_unpacked"), gnu::visibility("hidden")]] tav_status
+prng_unpacked_here(int32_t *cursor, uint64_t *weyl, uint64_t table[64], uint64_t *out);
+[[gnu::alias("tav_util_prng_batch"), gnu::visibility("hidden")]] tav_status
+prng_batch_here(tav_util_prng_state *state, uint64_t *out, size_t count);
+
 tav_status tav_util_seed_prng(tav_util_prng_state *state, uint64_t seed, uint64_t seed_addend) {
     if (state == nullptr) {
         return tav::traced(TAV_SITE, TAV_ERR_NULL_ARG);
@@ -155,11 +163,6 @@ tav_status tav_util_prng_unpacked(int32_t *cursor, uint64_t *weyl, uint64_t tabl
     *out = step(*cursor, *weyl, table, 0);
     return TAV_OK;
 }
-
-// The same function under a name bound inside the library, so that
-// tav_util_prng reaches it by a direct call rather than through the PLT.
-[[gnu::alias("tav_util_prng_unpacked"), gnu::visibility("hidden")]] tav_status
-prng_unpacked_here(int32_t *cursor, uint64_t *weyl, uint64_t table[64], uint64_t *out);
 
 tav_status tav_util_prng(tav_util_prng_state *state, uint64_t *out) {
     // The fields are handed on as they are; a null state becomes null fields,
@@ -198,7 +201,7 @@ tav_status tav_util_prng_fill(tav_util_prng_state *state, void *buffer, size_t l
         // The batch writes each word with memcpy, so the unaligned buffer
         // may be handed to it as words.
         const tav_status status =
-            tav_util_prng_batch(state, reinterpret_cast<uint64_t *>(bytes), words);
+            prng_batch_here(state, reinterpret_cast<uint64_t *>(bytes), words);
         if (status != TAV_OK) {
             return tav::traced_again(TAV_SITE, status);
         }
@@ -209,7 +212,7 @@ tav_status tav_util_prng_fill(tav_util_prng_state *state, void *buffer, size_t l
             return tav::traced(TAV_SITE, TAV_ERR_NULL_ARG);
         }
         uint64_t word = 0;
-        const tav_status status = tav_util_prng_batch(state, &word, 1);
+        const tav_status status = prng_batch_here(state, &word, 1);
         if (status != TAV_OK) {
             return tav::traced_again(TAV_SITE, status);
         }

@@ -174,11 +174,15 @@ TEST_F(Prng, BatchesMatchTheReferenceOverLongRuns) {
     EXPECT_TRUE(tavtest::reports().empty());
 }
 
-// Fills of every length up to 80 at every alignment are the bytes of the
-// words in memory; a partial word costs a whole step (7 and 8 bytes one
-// step, 9 bytes two); the buffer around the fill is untouched.
+// Fills of every length up to 80, and one long one, at every alignment are
+// the bytes of the words in memory; a partial word costs a whole step (7 and
+// 8 bytes one step, 9 bytes two); the buffer around the fill is untouched.
 TEST_F(Prng, FillsAreTheWordsInMemoryAtAnyAlignment) {
+    std::vector<size_t> lengths{80005}; // and one long run of 10,001 steps
     for (size_t length = 0; length <= 80; ++length) {
+        lengths.push_back(length);
+    }
+    for (size_t length : lengths) {
         for (size_t offset = 0; offset < 8; ++offset) {
             tav_util_prng_state state = seeded(7);
             tav_util_prng_state single = seeded(7);
