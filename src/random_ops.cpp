@@ -33,15 +33,21 @@ template <typename Word> constexpr Word output_word(Word weyl, Word recurred) {
     return (weyl ^ (weyl >> 27)) + recurred;
 }
 
-// One step at the index after `cursor`, with `value` added to the lagged word
-// (0 for a plain step). Unsigned arithmetic keeps any stored cursor,
-// negative or near the top, from overflowing: it is simply taken modulo 64.
-uint64_t step(int32_t &cursor, uint64_t &weyl, uint64_t *table, uint64_t value) {
+// The recurrence at the index after `cursor`, with `value` added to the
+// lagged word (0 for a plain step); the cursor moves there and the new word
+// is returned. Unsigned arithmetic keeps any stored cursor, negative or near
+// the top, from overflowing: it is simply taken modulo 64.
+uint64_t stir(int32_t &cursor, uint64_t *table, uint64_t value) {
     const uint32_t i = (static_cast<uint32_t>(cursor) + 1) & kIndexMask;
-    const uint64_t recurred = recur(table[i], table[(i + kLag) & kIndexMask] + value);
-    table[i] = recurred;
-    weyl += kWeylIncrement;
+    table[i] = recur(table[i], table[(i + kLag) & kIndexMask] + value);
     cursor = static_cast<int32_t>(i);
+    return table[i];
+}
+
+// One step: the table is stirred, the counter advances, a word comes out.
+uint64_t step(int32_t &cursor, uint64_t &weyl, uint64_t *table, uint64_t value) {
+    const uint64_t recurred = stir(cursor, table, value);
+    weyl += kWeylIncrement;
     return output_word(weyl, recurred);
 }
 
@@ -148,9 +154,7 @@ tav_status tav_util_seed_prng(tav_util_prng_state *state, uint64_t seed, uint64_
     state->cursor = kTableWords - 1;
     // Warm-up: the table is stirred, the counter stays and nothing is output.
     for (int n = 0; n < kWarmUpSteps; ++n) {
-        const uint32_t i = (static_cast<uint32_t>(state->cursor) + 1) & kIndexMask;
-        state->table[i] = recur(state->table[i], state->table[(i + kLag) & kIndexMask]);
-        state->cursor = static_cast<int32_t>(i);
+        stir(state->cursor, state->table, 0);
     }
     return TAV_OK;
 }
