@@ -73,6 +73,24 @@ static void encoding(void) {
     printf("shifted: %02X %02X (length %llu)\n", bits[0], bits[1], (unsigned long long)length);
 }
 
+static void hashing_and_random(void) {
+    /* Hash a key, seed a generator from it, draw words and bytes. */
+    uint64_t key_hash = 0;
+    if (tav_util_hash64("session-42", 10, &key_hash) == TAV_OK) {
+        tav_util_prng_state rng;
+        uint64_t words[4];
+        unsigned char token[13];
+        tav_util_seed_prng(&rng, key_hash, 0);
+        tav_util_prng_batch(&rng, words, 4);
+        tav_util_prng_fill(&rng, token, sizeof token);
+        printf("hash %016llx, first word %016llx, token starts %02x\n",
+               (unsigned long long)key_hash, (unsigned long long)words[0], token[0]);
+    }
+    printf("1000 items -> %llu slots%s\n", (unsigned long long)round_up_power_2(1000),
+           tav_util_check_multiply_overflow_u64(UINT64_MAX / 2, 3) ? " (a product would overflow)"
+                                                                   : "");
+}
+
 static void failure_report(void) {
     /* A failure reaches the error trace: a null out-argument. */
     tav_status status = tav_util_asprintf(NULL, NULL, "%d", 1);
@@ -85,6 +103,7 @@ int main(void) {
     string_buffer();
     string_operations();
     encoding();
+    hashing_and_random();
     failure_report();
     return 0;
 }
