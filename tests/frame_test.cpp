@@ -3,8 +3,10 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <string_view>
 
+#include "alloc_inject.hpp"
 #include "internal/frame.hpp"
 #include "recorder.hpp"
 
@@ -122,6 +124,27 @@ TEST_F(Frame, NullErrnoSlotIsNeverWritten) {
     int32_t slot = -1;
     tav::store_errno(&slot, 5);
     EXPECT_EQ(slot, 5);
+}
+
+// The guards release what they own on every path, and nothing once handed on.
+TEST(Guards, ReleaseOnScopeExitUnlessHandedOn) {
+    int closed = -1;
+    int kept = -1;
+    {
+        tav::UniqueFd guard(open("/dev/null", O_RDONLY));
+        tav::UniqueFd handed_on(open("/dev/null", O_RDONLY));
+        closed = guard.get();
+        kept = handed_on.release();
+        EXPECT_FALSE(handed_on);
+    }
+    EXPECT_EQ(fcntl(closed, F_GETFD), -1);
+    EXPECT_NE(fcntl(kept, F_GETFD), -1);
+    close(kept);
+    const auto run = tavtest::run_allocations(0, [] {
+        tav::MallocPtr<char> block(static_cast<char *>(std::malloc(4)));
+        tav::UniqueFile stream(fopen("/dev/null", "r"));
+    });
+    EXPECT_EQ(run.live_blocks, 0);
 }
 
 } // namespace

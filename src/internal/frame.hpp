@@ -113,78 +113,41 @@ class ArgsCopy {
     va_list list_;
 };
 
+// One owned resource, released on every path unless handed on with
+// release(). `Empty` is the value that owns nothing.
+template <typename Handle, Handle Empty, void (*Release)(Handle)> class Owned {
+  public:
+    explicit Owned(Handle handle = Empty) : handle_(handle) {}
+    ~Owned() { reset(); }
+    Owned(const Owned &) = delete;
+    Owned &operator=(const Owned &) = delete;
+    Handle get() const { return handle_; }
+    explicit operator bool() const { return handle_ != Empty; }
+    Handle release() {
+        const Handle handle = handle_;
+        handle_ = Empty;
+        return handle;
+    }
+    void reset(Handle handle = Empty) {
+        if (handle_ != Empty) {
+            Release(handle_);
+        }
+        handle_ = handle;
+    }
+
+  private:
+    Handle handle_;
+};
+
+template <typename T> void free_block(T *block) { std::free(block); }
+inline void close_descriptor(int fd) { ::close(fd); }
+inline void close_stream(FILE *stream) { std::fclose(stream); }
+
 // A malloc-family block owned until released to the caller.
-template <typename T> class MallocPtr {
-  public:
-    MallocPtr() = default;
-    explicit MallocPtr(T *block) : block_(block) {}
-    ~MallocPtr() { std::free(block_); }
-    MallocPtr(const MallocPtr &) = delete;
-    MallocPtr &operator=(const MallocPtr &) = delete;
-    T *get() const { return block_; }
-    explicit operator bool() const { return block_ != nullptr; }
-    T *release() {
-        T *block = block_;
-        block_ = nullptr;
-        return block;
-    }
-    void reset(T *block = nullptr) {
-        std::free(block_);
-        block_ = block;
-    }
-
-  private:
-    T *block_ = nullptr;
-};
-
-// A descriptor the operation opened for itself, closed on every path.
-class UniqueFd {
-  public:
-    explicit UniqueFd(int fd = -1) : fd_(fd) {}
-    ~UniqueFd() { reset(); }
-    UniqueFd(const UniqueFd &) = delete;
-    UniqueFd &operator=(const UniqueFd &) = delete;
-    int get() const { return fd_; }
-    bool valid() const { return fd_ >= 0; }
-    int release() {
-        int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-    void reset(int fd = -1) {
-        if (fd_ >= 0) {
-            ::close(fd_);
-        }
-        fd_ = fd;
-    }
-
-  private:
-    int fd_;
-};
-
-// A stream the operation opened for itself, closed on every path.
-class UniqueFile {
-  public:
-    explicit UniqueFile(FILE *stream = nullptr) : stream_(stream) {}
-    ~UniqueFile() { reset(); }
-    UniqueFile(const UniqueFile &) = delete;
-    UniqueFile &operator=(const UniqueFile &) = delete;
-    FILE *get() const { return stream_; }
-    explicit operator bool() const { return stream_ != nullptr; }
-    FILE *release() {
-        FILE *stream = stream_;
-        stream_ = nullptr;
-        return stream;
-    }
-    void reset(FILE *stream = nullptr) {
-        if (stream_ != nullptr) {
-            std::fclose(stream_);
-        }
-        stream_ = stream;
-    }
-
-  private:
-    FILE *stream_;
-};
+template <typename T> using MallocPtr = Owned<T *, nullptr, free_block<T>>;
+// A descriptor the operation opened for itself.
+using UniqueFd = Owned<int, -1, close_descriptor>;
+// A stream the operation opened for itself.
+using UniqueFile = Owned<FILE *, nullptr, close_stream>;
 
 } // namespace tav
