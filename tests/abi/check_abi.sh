@@ -10,8 +10,9 @@ map=$2
 fail=0
 complain() { echo "ABI: $*" >&2; fail=1; }
 
-needed=$(readelf -d "$so" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | sort | tr '\n' ' ')
-[ "$needed" = "libc.so.6 libtaverrortrace.so libtavlog.so " ] || complain "NEEDED is '$needed'"
+# In the order the loader searches them: the two siblings, then libc.
+needed=$(readelf -d "$so" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | tr '\n' ' ')
+[ "$needed" = "libtavlog.so libtaverrortrace.so libc.so.6 " ] || complain "NEEDED is '$needed'"
 
 runpath=$(readelf -d "$so" | sed -n 's/.*(RUNPATH).*\[\(.*\)\]/\1/p')
 [ "$runpath" = "/usr/local/lib" ] || complain "RUNPATH is '$runpath'"
