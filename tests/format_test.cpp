@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,110 +23,86 @@ class Format : public ::testing::Test {
     void SetUp() override { tavtest::clear_reports(); }
 };
 
-TEST_F(Format, FormatsIntoABlockOfExactlyItsSize) {
-    char *out = nullptr;
-    int32_t slot = -7;
-    tav_status status = TAV_ERR_SYSTEM;
-    const auto run = tavtest::run_allocations(
-        0, [&] { status = tav_util_asprintf(&out, &slot, "%s=%05d%%", "key", 42); });
-    ASSERT_EQ(status, TAV_OK);
-    EXPECT_STREQ(out, "key=00042%");
-    EXPECT_EQ(slot, 0);
-    EXPECT_EQ(run.sizes, std::vector<size_t>{11});
-    EXPECT_EQ(run.live_blocks, 1);
-    std::free(out);
-    EXPECT_TRUE(tavtest::reports().empty());
-}
-
-TEST_F(Format, EmptyFormatGivesAOneByteBlock) {
-    char *out = kUntouched;
-    const auto run = tavtest::run_allocations(
-        0, [&] { EXPECT_EQ(tav_util_asprintf(&out, nullptr, "%s", ""), TAV_OK); });
-    ASSERT_NE(out, nullptr);
-    EXPECT_EQ(out[0], '\0');
-    EXPECT_EQ(run.sizes, std::vector<size_t>{1});
-    std::free(out);
-}
-
-TEST_F(Format, NullArgumentsAreTracedAndTouchNothing) {
-    int32_t slot = 77;
-    EXPECT_EQ(tav_util_asprintf(nullptr, &slot, "%d", 1), TAV_ERR_NULL_ARG);
-    char *out = kUntouched;
-    EXPECT_EQ(tav_util_asprintf(&out, &slot, nullptr), TAV_ERR_NULL_ARG);
-    EXPECT_EQ(out, kUntouched);
-    EXPECT_EQ(slot, 77);
-    // asprintf passes the status up untraced: the entries are vasprintf's own.
-    EXPECT_EQ(tavtest::report_summary(),
-              (Lines{"trace tav_util_vasprintf src/string/vasprintf.cpp 3",
-                     "trace tav_util_vasprintf src/string/vasprintf.cpp 3"}));
-}
-
-TEST_F(Format, FailedAllocationIsTracedWithNullOut) {
-    char *out = kUntouched;
-    int32_t slot = 77;
-    tav_status status = TAV_OK;
-    const auto run =
-        tavtest::run_allocations(1, [&] { status = tav_util_asprintf(&out, &slot, "%s", "text"); });
-    EXPECT_TRUE(run.injected);
-    EXPECT_EQ(status, TAV_ERR_NOMEM);
-    EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(slot, 77);
-    EXPECT_EQ(run.live_blocks, 0);
-    EXPECT_EQ(tavtest::report_summary(),
-              Lines{"trace tav_util_vasprintf src/string/vasprintf.cpp 2"});
-}
-
-// A wide character with no form in the C locale makes the size pass fail.
-TEST_F(Format, FailedSizePassIsTracedTwiceAndLeavesTheSlot) {
-    char *out = kUntouched;
-    int32_t slot = 77;
-    EXPECT_EQ(tav_util_asprintf(&out, &slot, "%ls", L"\u00e9"), TAV_ERR_SYSTEM);
-    EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(slot, 77);
-    EXPECT_EQ(tavtest::report_summary(),
-              (Lines{"trace tav_util_printf_vsize src/string/vasprintf_posix.cpp 6",
-                     "trace tav_util_vasprintf src/string/vasprintf.cpp 6"}));
-}
-
-TEST_F(Format, FailedFillPassKeepsTheBlockAndFillsTheSlot) {
-    char *out = kUntouched;
-    int32_t slot = 0;
-    tav_status status = TAV_OK;
-    tavtest::AllocRun run;
-    {
-        tavtest::VsnprintfInjection inject({EILSEQ, -2, "<%s>"});
-        run = tavtest::run_allocations(
-            0, [&] { status = tav_util_asprintf(&out, &slot, "<%s>", "abc"); });
-        EXPECT_EQ(inject.changed(), 1);
+// One row per case of formatted allocation: what the call leaves in out and
+// in the errno slot, the block sizes asked for, the blocks left to the caller
+// and the trace entries, deepest first.
+TEST_F(Format, EachCaseLeavesItsOutSlotAndReports) {
+    enum Out { kText, kNull, kSame, kBlock };
+    struct Row {
+        const char *name;
+        long fail_at;                // allocation to fail (0: none)
+        tavtest::VsnprintfPlan plan; // how vsnprintf misbehaves
+        tav_status status;
+        Out out;
+        int32_t slot;
+        std::vector<size_t> sizes;
+        Lines reports;
+        std::function<tav_status(char **, int32_t *)> call;
+    };
+    const std::string vsize = "trace tav_util_printf_vsize src/string/vasprintf_posix.cpp ";
+    const std::string vas = "trace tav_util_vasprintf src/string/vasprintf.cpp ";
+    // clang-format off
+    const Row rows[] = {
+        {"success", 0, {}, TAV_OK, kText, 0, {11}, {},
+         [](char **o, int32_t *e) { return tav_util_asprintf(o, e, "%s=%05d%%", "key", 42); }},
+        {"empty format", 0, {}, TAV_OK, kText, 0, {1}, {},
+         [](char **o, int32_t *e) { return tav_util_asprintf(o, e, "%s", ""); }},
+        // asprintf passes the status up untraced: the entry is vasprintf's.
+        {"null out", 0, {}, TAV_ERR_NULL_ARG, kSame, 77, {}, {vas + "3"},
+         [](char **, int32_t *e) { return tav_util_asprintf(nullptr, e, "%d", 1); }},
+        {"null format", 0, {}, TAV_ERR_NULL_ARG, kSame, 77, {}, {vas + "3"},
+         [](char **o, int32_t *e) { return tav_util_asprintf(o, e, nullptr); }},
+        // A wide character with no form in the C locale fails the size pass.
+        {"size pass fails", 0, {}, TAV_ERR_SYSTEM, kNull, 77, {}, {vsize + "6", vas + "6"},
+         [](char **o, int32_t *e) { return tav_util_asprintf(o, e, "%ls", L"\u00e9"); }},
+        {"malloc fails", 1, {}, TAV_ERR_NOMEM, kNull, 77, {5}, {vas + "2"},
+         [](char **o, int32_t *e) { return tav_util_asprintf(o, e, "%s", "text"); }},
+        // The unfinished block stays in out: it is the caller's.
+        {"fill pass fails", 0, {EILSEQ, -2, "<%s>"}, TAV_ERR_SYSTEM, kBlock, EILSEQ, {6}, {vas + "6"},
+         [](char **o, int32_t *e) { return tav_util_asprintf(o, e, "<%s>", "abc"); }},
+        // 2147483647 characters wrap the 32-bit size; the widened size cannot
+        // be allocated. (The count is injected: formatting 2 GiB takes seconds.)
+        {"size wraps", 0, {0, 2147483647, "%s"}, TAV_ERR_NOMEM, kNull, 77,
+         {static_cast<size_t>(INT64_C(-2147483648))}, {vas + "2"},
+         [](char **o, int32_t *e) { return tav_util_asprintf(o, e, "%s", "x"); }},
+    };
+    // clang-format on
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        tavtest::clear_reports();
+        char *out = kUntouched;
+        int32_t slot = 77;
+        tav_status status = TAV_OK;
+        tavtest::AllocRun run;
+        {
+            tavtest::VsnprintfInjection inject(row.plan);
+            run = tavtest::run_allocations(row.fail_at, [&] { status = row.call(&out, &slot); });
+        }
+        EXPECT_EQ(status, row.status);
+        EXPECT_EQ(slot, row.slot);
+        EXPECT_EQ(run.sizes, row.sizes);
+        EXPECT_EQ(tavtest::report_summary(), row.reports);
+        switch (row.out) {
+        case kText:
+            ASSERT_NE(out, nullptr);
+            EXPECT_STREQ(out, row.sizes[0] == 1 ? "" : "key=00042%");
+            break;
+        case kNull:
+            EXPECT_EQ(out, nullptr);
+            break;
+        case kSame:
+            EXPECT_EQ(out, kUntouched);
+            break;
+        case kBlock:
+            EXPECT_NE(out, nullptr);
+            EXPECT_NE(out, kUntouched);
+            break;
+        }
+        EXPECT_EQ(run.live_blocks, row.out == kText || row.out == kBlock ? 1 : 0);
+        if (row.out == kText || row.out == kBlock) {
+            std::free(out);
+        }
     }
-    EXPECT_EQ(status, TAV_ERR_SYSTEM);
-    EXPECT_EQ(slot, EILSEQ);
-    ASSERT_NE(out, nullptr);
-    EXPECT_NE(out, kUntouched);
-    EXPECT_EQ(run.sizes, std::vector<size_t>{6});
-    EXPECT_EQ(run.live_blocks, 1) << "the unfinished block is the caller's";
-    std::free(out);
-    EXPECT_EQ(tavtest::report_summary(),
-              Lines{"trace tav_util_vasprintf src/string/vasprintf.cpp 6"});
-}
-
-// A text of 2147483647 characters needs 2^31 bytes, which wraps the 32-bit
-// size; the widened size cannot be allocated. (The size pass is told the
-// count: formatting two gigabytes for real takes seconds.)
-TEST_F(Format, SizeOfTwoGigabytesWrapsAndFailsToAllocate) {
-    char *out = kUntouched;
-    tav_status status = TAV_OK;
-    tavtest::AllocRun run;
-    {
-        tavtest::VsnprintfInjection inject({0, 2147483647, "%s"});
-        run = tavtest::run_allocations(
-            0, [&] { status = tav_util_asprintf(&out, nullptr, "%s", "x"); });
-    }
-    EXPECT_EQ(status, TAV_ERR_NOMEM);
-    EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(run.sizes, std::vector<size_t>{static_cast<size_t>(INT64_C(-2147483648))});
-    EXPECT_EQ(tavtest::report_summary(),
-              Lines{"trace tav_util_vasprintf src/string/vasprintf.cpp 2"});
 }
 
 TEST_F(Format, VsizeCountsTheTerminator) {

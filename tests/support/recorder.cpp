@@ -4,12 +4,23 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <utility>
 
 namespace tavtest {
 namespace {
 std::vector<Report> &store() {
     static std::vector<Report> all;
     return all;
+}
+
+// A new report with the fields every entry point passes.
+Report &record(Report::Kind kind, const char *function, const char *path, int32_t line) {
+    Report r{};
+    r.kind = kind;
+    r.function = function;
+    r.path = path;
+    r.line = line;
+    return store().emplace_back(std::move(r));
 }
 } // namespace
 
@@ -48,23 +59,13 @@ extern "C" {
 void tav_trace_save(const char *function, const char *source_path, int32_t source_line,
                     tav_status status) {
     tavtest::AllocPause pause;
-    tavtest::Report r{};
-    r.kind = tavtest::Report::kTrace;
-    r.function = function;
-    r.path = source_path;
-    r.line = source_line;
-    r.status = status;
-    tavtest::store().push_back(r);
+    tavtest::record(tavtest::Report::kTrace, function, source_path, source_line).status = status;
 }
 
 void tav_util_log_internal(int32_t severity, int32_t module, const char *function, const char *file,
                            int32_t line, const char *format, ...) {
     tavtest::AllocPause pause;
-    tavtest::Report r{};
-    r.kind = tavtest::Report::kLog;
-    r.function = function;
-    r.path = file;
-    r.line = line;
+    tavtest::Report &r = tavtest::record(tavtest::Report::kLog, function, file, line);
     r.severity = severity;
     r.module = module;
     r.format = format;
@@ -78,23 +79,18 @@ void tav_util_log_internal(int32_t severity, int32_t module, const char *functio
     va_end(again);
     va_end(args);
     r.text = text;
-    tavtest::store().push_back(r);
 }
 
 void tav_util_log_internal_perror(int32_t error_number, int32_t severity, int32_t module,
                                   const char *function, const char *source_path,
                                   int32_t source_line, const char *message) {
     tavtest::AllocPause pause;
-    tavtest::Report r{};
-    r.kind = tavtest::Report::kPerror;
-    r.function = function;
-    r.path = source_path;
-    r.line = source_line;
+    tavtest::Report &r =
+        tavtest::record(tavtest::Report::kPerror, function, source_path, source_line);
     r.severity = severity;
     r.module = module;
     r.error_number = error_number;
     r.text = message;
-    tavtest::store().push_back(r);
 }
 
 } // extern "C"
