@@ -22,4 +22,16 @@
 
 #include "tavutil/integer.h"
 
+/* collection, rotating sum, option parser */
+
+/* descriptor files, named files, sync, paths */
+
+/* directories */
+
+/* time */
+
+/* spawn, child timeout, process search, signals */
+
+/* pid file, status record, environment, group, host */
+
 #endif
