@@ -3,6 +3,7 @@
 // fresh directory and must leave no descriptor open.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <string>
@@ -80,10 +81,11 @@ TEST_F(Directory, MkdirSistersDifferInTheirLine) {
                     ro + " 6"});
 }
 
-// Case-insensitive order, only the exact dot names skipped, a snapshot taken
-// at the start, no current name outside an entry, an end traced each time.
+// Case-insensitive order ("-" before "."), only the exact dot names skipped,
+// a snapshot taken at the start, a copy of exactly the name's size, no
+// current name outside an entry, an end traced each time.
 TEST_F(Directory, ScanWalksASortedSnapshot) {
-    for (const char *name : {"beta", "Alpha", "Gamma", ".x", "...", "gone"}) {
+    for (const char *name : {"beta", "Alpha", "Gamma", ".x", "...", "-", "gone"}) {
         touch(name);
     }
     tav_util_dirscan_handle *scan = tav_util_dirscan_begin(dir_.c_str());
@@ -91,10 +93,14 @@ TEST_F(Directory, ScanWalksASortedSnapshot) {
     touch("new");
     fs::remove(at("gone"));
     Lines names;
-    for (char *name; tav_util_dirscan(scan) == TAV_OK; std::free(name)) {
-        names.emplace_back(name = tav_dirscan_file_name(scan));
+    while (tav_util_dirscan(scan) == TAV_OK) {
+        char *name = nullptr;
+        const auto run = tavtest::run_allocations(0, [&] { name = tav_dirscan_file_name(scan); });
+        EXPECT_EQ(run.sizes, std::vector<size_t>{std::strlen(name) + 1});
+        names.emplace_back(name);
+        std::free(name);
     }
-    EXPECT_EQ(names, (Lines{"...", ".x", "Alpha", "beta", "Gamma", "gone"}));
+    EXPECT_EQ(names, (Lines{"-", "...", ".x", "Alpha", "beta", "Gamma", "gone"}));
     EXPECT_EQ(tav_dirscan_file_name(scan), nullptr);
     EXPECT_EQ(tav_util_dirscan(scan), TAV_ERR_NO_MORE);
     tav_util_dirscan_end(scan);

@@ -128,9 +128,8 @@ tav_status tav_util_query_dir_exists(const char *path, int32_t *exists_out) {
     if (path == nullptr || exists_out == nullptr) {
         return TAV_ERR_NULL_ARG;
     }
-    tav::UniqueDir stream(opendir(path));
+    const tav::UniqueDir stream(opendir(path)); // closed on return, its result ignored
     if (stream) {
-        stream.reset();
         *exists_out = 1;
         return TAV_OK;
     }
