@@ -27,6 +27,7 @@
 /* descriptor files, named files, sync, paths */
 
 /* directories */
+#include "tavutil/directory.h"
 
 /* time */
 

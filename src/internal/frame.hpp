@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <dirent.h>
 #include <unistd.h>
 
 #include "tavutil.h"
@@ -149,5 +150,8 @@ template <typename T> using MallocPtr = Owned<T *, nullptr, free_block<T>>;
 using UniqueFd = Owned<int, -1, close_descriptor>;
 // A stream the operation opened for itself.
 using UniqueFile = Owned<FILE *, nullptr, close_stream>;
+inline void close_directory(DIR *stream) { ::closedir(stream); }
+// A directory stream the operation opened for itself.
+using UniqueDir = Owned<DIR *, nullptr, close_directory>;
 
 } // namespace tav
