@@ -34,35 +34,20 @@ static tav_status count_verbose(const tav_util_option *row, const char *argument
 int main(void) {
     char *name = NULL;
     int32_t port = 0, daemon = 0, verbose = 0;
-    tav_util_option rows[4];
-    char *argv[] = {"prog",    "--name", "alpha", "-p",        "8080",
-                    "/daemon", "-v",     "rest",  "--verbose", NULL};
-    tav_status status;
-    int ok;
-
-    memset(rows, 0, sizeof rows);
-    rows[0].short_option = 'n';
-    strcpy(rows[0].long_option, "name");
-    rows[0].handler = tav_util_getopt_string;
-    rows[0].target = &name;
-    rows[0].takes_argument = 1;
-    rows[1].short_option = 'p';
-    strcpy(rows[1].long_option, "port");
-    rows[1].handler = tav_util_getopt_int;
-    rows[1].target = &port;
-    rows[1].takes_argument = 1;
-    rows[2].short_option = 'd';
-    strcpy(rows[2].long_option, "daemon");
-    rows[2].handler = tav_util_getopt_flag;
-    rows[2].target = &daemon;
-    rows[3].short_option = 'v';
-    strcpy(rows[3].long_option, "verbose");
-    rows[3].handler = count_verbose;
-    rows[3].target = &verbose;
-
-    status = tav_util_getopt(9, argv, rows, 4);
-    ok = status == TAV_OK && name != NULL && strcmp(name, "alpha") == 0 && port == 8080 &&
-         daemon == 1 && verbose == 2;
+    char *argv[] = {"prog", "--name", "alpha", "-p", "8080", "/daemon", "-v", "rest", "--verbose"};
+    tav_util_option rows[4] = {
+        {.short_option = 'n',
+         .long_option = "name",
+         .handler = tav_util_getopt_string,
+         .target = &name,
+         .takes_argument = 1},
+        {'p', "port", tav_util_getopt_int, &port, 1},
+        {'d', "daemon", tav_util_getopt_flag, &daemon, 0},
+        {'v', "verbose", count_verbose, &verbose, 0},
+    };
+    tav_status status = tav_util_getopt(9, argv, rows, 4);
+    int ok = status == TAV_OK && name != NULL && strcmp(name, "alpha") == 0 && port == 8080 &&
+             daemon == 1 && verbose == 2;
     printf("status %d, name %s, port %d, daemon %d, verbose %d\n", (int)status,
            name ? name : "(null)", (int)port, (int)daemon, (int)verbose);
     free(name);
