@@ -29,6 +29,7 @@
 /* directories */
 
 /* time */
+#include "tavutil/timeout.h"
 
 /* spawn, child timeout, process search, signals */
 
