@@ -30,6 +30,8 @@
 
 /* time */
 #include "tavutil/timeout.h"
+#include "tavutil/timeval.h"
+#include "tavutil/clock.h"
 
 /* spawn, child timeout, process search, signals */
 

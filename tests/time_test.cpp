@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <ctime>
 #include <string>
+#include <sys/time.h>
 #include <vector>
 
 #include "clock_inject.hpp"
@@ -21,7 +22,7 @@ using Lines = std::vector<std::string>;
 constexpr int64_t kMax = INT64_MAX;
 const std::string kTimespecPath = " src/time/timespec_common.cpp ";
 
-std::string trace(const std::string &function, const std::string &path, tav_status status) {
+std::string trace(const std::string &function, const std::string &path, int status) {
     return "trace " + function + path + std::to_string(status);
 }
 
@@ -253,6 +254,190 @@ TEST(Timeouts, TimeLeftAsText) {
     EXPECT_EQ(tavtest::report_summary(),
               (Lines{"log tav_util_query_timeout_left Failed to get current time.",
                      trace("tav_util_query_timeout_left", kTimespecPath, TAV_ERR_SYSTEM)}));
+}
+
+// ---- time values ------------------------------------------------------------
+
+const std::string kTimevalPath = " src/time/timeval_common.cpp ";
+
+TEST(TimeValues, FutureTimeAndSafeAdd) {
+    // Whether the sum passes the limit, with the headroom's wrap made in 128 bits.
+    auto passes_limit = [](int64_t sec, int64_t seconds) {
+        __int128 headroom = static_cast<__int128>(kMax) - seconds;
+        if (headroom > kMax) {
+            headroom -= static_cast<__int128>(1) << 64;
+        }
+        return headroom < sec;
+    };
+    struct Row {
+        int64_t sec, seconds;
+        tav_status status;
+        int64_t out;
+    };
+    const Row rows[] = {
+        {kMax, 0, TAV_OK, kMax},        {kMax, 1, TAV_ERR_OVERFLOW, kMax},
+        {kMax - 1, 1, TAV_OK, kMax},    {5, 7, TAV_OK, 12},
+        {0, -1, TAV_ERR_OVERFLOW, 0},   {kMax, -1, TAV_ERR_OVERFLOW, kMax},
+        {-5, -1, TAV_ERR_OVERFLOW, -5}, {INT64_MIN, -1, TAV_OK, kMax},     // wraps
+        {-5, kMax, TAV_OK, kMax - 5},   {-5, INT64_MIN, TAV_OK, kMax - 4}, // wraps
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(std::to_string(row.sec) + " + " + std::to_string(row.seconds));
+        tavtest::clear_reports();
+        EXPECT_EQ(row.status != TAV_OK, passes_limit(row.sec, row.seconds));
+        timeval tv = {row.sec, 777};
+        EXPECT_EQ(tav_util_safe_add_seconds(&tv, row.seconds), row.status);
+        EXPECT_EQ(tv.tv_sec, row.out);
+        EXPECT_EQ(tv.tv_usec, 777);
+        EXPECT_EQ(tavtest::report_summary(),
+                  row.status == TAV_OK
+                      ? Lines{}
+                      : Lines{trace("tav_util_safe_add_seconds", kTimevalPath, TAV_ERR_OVERFLOW)});
+    }
+
+    const std::string future = "tav_util_future_time", path = " src/time/future_time_linux.cpp ";
+    struct FutureRow {
+        tavtest::ClockPlan plan;
+        int32_t seconds;
+        bool null_tv;
+        tav_status status;
+        timeval out;
+        Lines reports;
+    };
+    const FutureRow future_rows[] = {
+        {stopped_at(100, 250999000), 5, false, TAV_OK, {105, 250999}, {}},
+        {stopped_at(100, 250999000), 0, false, TAV_OK, {100, 250999}, {}},
+        {stopped_at(100, 0), -1, true, TAV_ERR_NULL_ARG, {-7, -7}, {trace(future, path, 3)}},
+        {stopped_at(100, 0), -1, false, TAV_ERR_BAD_ARG, {-7, -7}, {trace(future, path, 7)}},
+        {failing(EINVAL), 1, false, TAV_ERR_SYSTEM, {-7, -7}, {trace(future, path, 6)}},
+        // The callee's entry alone: the status is passed up untraced.
+        {stopped_at(kMax, 5000),
+         1,
+         false,
+         TAV_ERR_OVERFLOW,
+         {kMax, 5},
+         {trace("tav_util_safe_add_seconds", kTimevalPath, TAV_ERR_OVERFLOW)}},
+    };
+    for (const FutureRow &row : future_rows) {
+        SCOPED_TRACE(row.seconds);
+        tavtest::clear_reports();
+        timeval tv = {-7, -7};
+        {
+            tavtest::ClockInjection clock(row.plan);
+            EXPECT_EQ(tav_util_future_time(row.seconds, row.null_tv ? nullptr : &tv), row.status);
+        }
+        EXPECT_EQ(tv.tv_sec, row.out.tv_sec);
+        EXPECT_EQ(tv.tv_usec, row.out.tv_usec);
+        EXPECT_EQ(tavtest::report_summary(), row.reports);
+    }
+    timeval before, tv, after;
+    gettimeofday(&before, nullptr);
+    ASSERT_EQ(tav_util_future_time(0, &tv), TAV_OK);
+    gettimeofday(&after, nullptr);
+    EXPECT_LE(tav_util_timeval_cmp(&before, &tv), 0);
+    EXPECT_LE(tav_util_timeval_cmp(&tv, &after), 0);
+}
+
+TEST(TimeValues, CompareAndDifference) {
+    struct Row {
+        timeval first, second;
+        int32_t cmp, greater;
+        double diff;
+    };
+    // clang-format off
+    const Row rows[] = {
+        {{1, 5}, {1, 5}, 0, 0, 0.0},
+        {{1, 1500000}, {2, 0}, -1, 0, 0.5},   // the seconds decide; nothing is normalised
+        {{2, 0}, {1, 1500000}, 1, 1, -0.5},
+        {{1, 5}, {1, 6}, -1, 0, -0x1.0c6f7a0bp-20}, // not -1e-6: whole values first
+        {{1, 6}, {1, 5}, 1, 1, 0x1.0c6f7a0bp-20},
+        {{-1, 0}, {0, 0}, -1, 0, -1.0},
+        {{0, -1}, {0, 0}, -1, 0, -0x1.0c6f7a0b5ed8dp-20},
+        // 15 us: the product by 1e-6 ends in ...d68, the quotient by 1e6 in ...d69.
+        {{0, 15}, {0, 0}, 1, 1, 0x1.f75104d551d68p-17},
+        // Each value becomes a double on its own before the subtraction.
+        {{1700000000, 123457}, {1700000000, 3}, 1, 1, 0.12345385551452637},
+    };
+    // clang-format on
+    for (const Row &row : rows) {
+        SCOPED_TRACE(std::to_string(row.first.tv_sec) + "," + std::to_string(row.first.tv_usec) +
+                     " vs " + std::to_string(row.second.tv_sec) + "," +
+                     std::to_string(row.second.tv_usec));
+        EXPECT_EQ(tav_util_timeval_cmp(&row.first, &row.second), row.cmp);
+        EXPECT_EQ(tav_util_time_greater_than(&row.first, &row.second), row.greater);
+        EXPECT_EQ(tav_util_time_diff_seconds(&row.first, &row.second), row.diff);
+    }
+}
+
+TEST(TimeValues, HumanTime) {
+    struct Row {
+        double seconds;
+        const char *text;
+    };
+    const double inf = __builtin_inf(), nan = __builtin_nan("");
+    const Row rows[] = {
+        {0, "0 seconds"},     {1, "1 second"},      {1.4, "1 seconds"},     {1.5, "2 seconds"},
+        {2.5, "2 seconds"},   {59.7, "60 seconds"}, {60, "1 minute"},       {90, "2 minutes"},
+        {3599, "60 minutes"}, {3600, "1 hour"},     {5400, "2 hours"},      {86399, "24 hours"},
+        {86400, "1 day"},     {129600, "2 days"},   {-30, "-30 seconds"},   {nan, "nan days"},
+        {-nan, "-nan days"},  {inf, "inf days"},    {-inf, "-inf seconds"},
+    };
+    tavtest::clear_reports();
+    for (const Row &row : rows) {
+        char buffer[32] = "untouched";
+        EXPECT_EQ(tav_util_snprintf_human_time(buffer, sizeof buffer, row.seconds), TAV_OK);
+        EXPECT_STREQ(buffer, row.text) << row.seconds;
+    }
+    // A text cut short, and sizes that write nothing, are no failure.
+    char buffer[32] = "untouched";
+    EXPECT_EQ(tav_util_snprintf_human_time(buffer, 4, 90), TAV_OK);
+    EXPECT_STREQ(buffer, "2 m");
+    EXPECT_EQ(tav_util_snprintf_human_time(buffer, 0, 90), TAV_OK);
+    EXPECT_EQ(tav_util_snprintf_human_time(buffer, uint64_t{0x80000000}, 90), TAV_OK);
+    EXPECT_STREQ(buffer, "2 m");
+    EXPECT_EQ(tavtest::report_summary(), Lines{});
+}
+
+TEST(TimeValues, Milliseconds) {
+    struct Row {
+        uint64_t ms;
+        timeval tv;
+    };
+    const Row rows[] = {
+        {1500, {1, 500000}}, {0, {0, 0}}, {UINT64_MAX, {18446744073709551, 615000}}};
+    tavtest::clear_reports();
+    for (const Row &row : rows) {
+        timeval tv = {-7, -7};
+        EXPECT_EQ(tav_util_ms_to_timeval(row.ms, &tv), TAV_OK);
+        EXPECT_EQ(tv.tv_sec, row.tv.tv_sec);
+        EXPECT_EQ(tv.tv_usec, row.tv.tv_usec);
+        uint64_t back = 7;
+        EXPECT_EQ(tav_util_timeval_to_ms(&tv, &back), TAV_OK);
+        EXPECT_EQ(back, row.ms);
+    }
+    EXPECT_EQ(tav_util_ms_to_timeval(1500, nullptr), TAV_ERR_NULL_ARG); // silent
+
+    struct ToRow {
+        timeval tv;
+        uint64_t ms;
+    };
+    const ToRow to_rows[] = {
+        {{1, 999}, 1000},         // truncated, not rounded
+        {{0, -1500}, UINT64_MAX}, // the division truncates towards zero
+        {{kMax, 0}, static_cast<uint64_t>((static_cast<unsigned __int128>(kMax) * 1000))},
+        {{-1, 1000}, UINT64_MAX - 998},
+    };
+    for (const ToRow &row : to_rows) {
+        uint64_t ms = 7;
+        EXPECT_EQ(tav_util_timeval_to_ms(&row.tv, &ms), TAV_OK);
+        EXPECT_EQ(ms, row.ms) << row.tv.tv_sec << "," << row.tv.tv_usec;
+    }
+    uint64_t ms = 7;
+    EXPECT_EQ(tav_util_timeval_to_ms(nullptr, &ms), TAV_ERR_NULL_ARG);
+    EXPECT_EQ(tav_util_timeval_to_ms(&to_rows[0].tv, nullptr), TAV_ERR_NULL_ARG);
+    EXPECT_EQ(ms, 7u);
+    const std::string entry = trace("tav_util_timeval_to_ms", kTimevalPath, TAV_ERR_NULL_ARG);
+    EXPECT_EQ(tavtest::report_summary(), (Lines{entry, entry}));
 }
 
 } // namespace
