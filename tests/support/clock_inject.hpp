@@ -1,5 +1,5 @@
-// Lets a test fail the clock calls or stop the clock at a chosen reading.
-// The test program defines clock_gettime, gettimeofday and time, forwarding
+// Lets a test fail the clock calls or stop the clock at a chosen reading:
+// the test program defines clock_gettime, gettimeofday and time, forwarding
 // to libc's while no plan is in force.
 #pragma once
 
@@ -8,9 +8,8 @@
 namespace tavtest {
 
 struct ClockPlan {
-    int fail_with = 0;       // each call fails (-1) with this errno (0: none fails)
-    bool fixed = false;      // report `at` rather than the real time
-    struct timespec at = {}; // gettimeofday reports its whole microseconds
+    int fail_with = 0;       // each call returns -1 with this errno (0: none fails)
+    struct timespec at = {}; // the reading otherwise; gettimeofday gives whole microseconds
 };
 
 // Applies the plan while it exists.
@@ -20,8 +19,7 @@ class ClockInjection {
     ~ClockInjection();
     ClockInjection(const ClockInjection &) = delete;
     ClockInjection &operator=(const ClockInjection &) = delete;
-    // The calls made under the plan, and the clock id of the last clock_gettime.
-    long calls() const;
+    // The clock id of the last clock_gettime call under the plan (-1: none).
     clockid_t last_clock() const;
 };
 
