@@ -44,12 +44,13 @@ template <typename T> std::pair<int64_t, int64_t> fields(const T &value) {
 
 clockid_t last_clock = -1;
 
-// Runs `call` under the clock plan: its result and the reports it made. The
-// clock id of its last clock_gettime call is left in last_clock.
-template <typename Call> Seen run(const Plan &plan, Call call) {
+// Calls `operation` with `args` under the clock plan: its result and the
+// reports it made. The clock id of its last clock_gettime is left in last_clock.
+template <typename Operation, typename... Args>
+Seen run(const Plan &plan, Operation operation, Args... args) {
     tavtest::clear_reports();
     tavtest::ClockInjection injection(plan);
-    const auto result = static_cast<int64_t>(call());
+    const auto result = static_cast<int64_t>(operation(args...));
     last_clock = injection.last_clock();
     return {result, tavtest::report_summary()};
 }
@@ -87,7 +88,7 @@ TEST(Timeouts, OffsetAddsCarriesOnceAndTestsHeadroom) {
                                                   std::to_string(row.val) + " scale_to_sec: " +
                                                   std::to_string(row.scale) + "\n");
         }
-        EXPECT_EQ(run({}, [&] { return tav_util_abs_time_offset(&t, row.val, row.scale); }),
+        EXPECT_EQ(run({}, tav_util_abs_time_offset, &t, row.val, row.scale),
                   Seen(row.status, expected));
         EXPECT_EQ(fields(t), fields(row.out));
         if (row.status == TAV_OK) { // nothing lost or made, counted in 128 bits
@@ -116,8 +117,7 @@ TEST(Timeouts, FutureTimeoutAndExpiry) {
     // clang-format on
     for (const auto &[plan, val, status, out, reports] : rows) {
         timespec t = {-7, -7};
-        EXPECT_EQ(run(plan, [&] { return tav_util_future_timeout(&t, val, 1000000000); }),
-                  Seen(status, reports));
+        EXPECT_EQ(run(plan, tav_util_future_timeout, &t, val, 1000000000), Seen(status, reports));
         EXPECT_EQ(last_clock, CLOCK_REALTIME);
         EXPECT_EQ(fields(t), fields(out));
     }
@@ -128,14 +128,12 @@ TEST(Timeouts, FutureTimeoutAndExpiry) {
         {{99, kMax}, 1}, {{-1, 0}, 1},    {{101, -1000000000}, 0}};
     for (const auto &[timeout, want] : expiry) {
         int32_t expired = 7;
-        EXPECT_EQ(
-            run(at(100, 500), [&] { return tav_util_query_timeout_expired(&timeout, &expired); }),
-            Seen(TAV_OK, kNone));
+        EXPECT_EQ(run(at(100, 500), tav_util_query_timeout_expired, &timeout, &expired),
+                  Seen(TAV_OK, kNone));
         EXPECT_EQ(std::pair(expired, last_clock), std::pair(want, CLOCK_REALTIME));
     }
     int32_t expired = 7;
-    EXPECT_EQ(run(fails(EINVAL),
-                  [&] { return tav_util_query_timeout_expired(&expiry[0].first, &expired); }),
+    EXPECT_EQ(run(fails(EINVAL), tav_util_query_timeout_expired, &expiry[0].first, &expired),
               Seen(TAV_ERR_SYSTEM, traced("tav_util_query_timeout_expired", "timespec_common", 6)));
     EXPECT_EQ(expired, 7);
 
@@ -173,7 +171,7 @@ TEST(Timeouts, CompareAndTimeLeft) {
                       static_cast<const void *>(first), static_cast<const void *>(second),
                       static_cast<void *>(out));
         EXPECT_EQ(
-            run({}, [&] { return tav_util_cmp_timeout(first, second, out); }),
+            run({}, tav_util_cmp_timeout, first, second, out),
             Seen(TAV_ERR_NULL_ARG, {line, trace("tav_util_cmp_timeout", "timespec_common", 3)}));
     }
     EXPECT_EQ(order, 7);
@@ -192,8 +190,7 @@ TEST(Timeouts, CompareAndTimeLeft) {
     for (const auto &[plan, sec, size, text, seen] : left) {
         char buffer[64] = "untouched";
         const timespec timeout = {sec, 750000000};
-        EXPECT_EQ(run(plan, [&] { return tav_util_query_timeout_left(&timeout, buffer, size); }),
-                  seen);
+        EXPECT_EQ(run(plan, tav_util_query_timeout_left, &timeout, buffer, size), seen);
         EXPECT_STREQ(buffer, text);
         EXPECT_EQ(last_clock, CLOCK_REALTIME);
     }
@@ -215,7 +212,7 @@ TEST(TimeValues, FutureTimeAndSafeAdd) {
         headroom -= headroom > kMax ? static_cast<__int128>(1) << 64 : 0;
         EXPECT_EQ(status != TAV_OK, headroom < sec);
         timeval tv = {sec, 777};
-        EXPECT_EQ(run({}, [&] { return tav_util_safe_add_seconds(&tv, seconds); }),
+        EXPECT_EQ(run({}, tav_util_safe_add_seconds, &tv, seconds),
                   Seen(status, traced("tav_util_safe_add_seconds", "timeval_common", status)));
         EXPECT_EQ(fields(tv), std::pair(out, int64_t{777}));
     }
@@ -232,7 +229,7 @@ TEST(TimeValues, FutureTimeAndSafeAdd) {
     // clang-format on
     for (const auto &[plan, seconds, null_tv, status, out, reports] : future) {
         timeval tv = {-7, -7};
-        EXPECT_EQ(run(plan, [&] { return tav_util_future_time(seconds, null_tv ? nullptr : &tv); }),
+        EXPECT_EQ(run(plan, tav_util_future_time, seconds, null_tv ? nullptr : &tv),
                   Seen(status, reports));
         EXPECT_EQ(fields(tv), fields(out));
     }
@@ -279,7 +276,7 @@ TEST(TimeValues, HumanTimeAndMilliseconds) {
     // clang-format on
     for (const auto &[seconds, size, text] : human) {
         char buffer[32] = "untouched";
-        EXPECT_EQ(run({}, [&] { return tav_util_snprintf_human_time(buffer, size, seconds); }),
+        EXPECT_EQ(run({}, tav_util_snprintf_human_time, buffer, size, seconds),
                   Seen(TAV_OK, kNone));
         EXPECT_STREQ(buffer, text) << seconds;
     }
@@ -306,12 +303,10 @@ TEST(TimeValues, HumanTimeAndMilliseconds) {
         EXPECT_EQ(ms, want);
     }
     uint64_t ms = 7;
-    EXPECT_EQ(run({}, [&] { return tav_util_ms_to_timeval(1500, nullptr); }),
-              Seen(TAV_ERR_NULL_ARG, kNone));
+    EXPECT_EQ(run({}, tav_util_ms_to_timeval, 1500, nullptr), Seen(TAV_ERR_NULL_ARG, kNone));
     const Lines entry = traced("tav_util_timeval_to_ms", "timeval_common", 3);
-    EXPECT_EQ(run({}, [&] { return tav_util_timeval_to_ms(nullptr, &ms); }),
-              Seen(TAV_ERR_NULL_ARG, entry));
-    EXPECT_EQ(run({}, [&] { return tav_util_timeval_to_ms(&to_ms[0].first, nullptr); }),
+    EXPECT_EQ(run({}, tav_util_timeval_to_ms, nullptr, &ms), Seen(TAV_ERR_NULL_ARG, entry));
+    EXPECT_EQ(run({}, tav_util_timeval_to_ms, &to_ms[0].first, nullptr),
               Seen(TAV_ERR_NULL_ARG, entry));
     EXPECT_EQ(ms, 7u);
 }
@@ -345,12 +340,8 @@ TEST(Clocks, NowStr) {
             char buffer[64] = "untouched";
             size_t size = size_in;
             int32_t slot = 77;
-            EXPECT_EQ(run(plan,
-                          [&] {
-                              return tav_util_now_str(null_buffer ? nullptr : buffer,
-                                                      null_size ? nullptr : &size,
-                                                      with_slot ? &slot : nullptr);
-                          }),
+            EXPECT_EQ(run(plan, tav_util_now_str, null_buffer ? nullptr : buffer,
+                          null_size ? nullptr : &size, with_slot ? &slot : nullptr),
                       Seen(status, traced("tav_util_now_str", "now_str_linux", status)));
             EXPECT_EQ(std::pair(size, slot), std::pair(size_out, with_slot ? slot_out : 77));
             if (plan.at.tv_sec != kYear10000) {
@@ -373,15 +364,14 @@ TEST(Clocks, NowStr) {
 TEST(Clocks, BrokenDownTimes) {
     const time_t when = 1700000000;
     tm out = {}, local;
-    EXPECT_EQ(run(at(when), [&] { return tav_util_get_broken_down_time(&out); }),
-              Seen(TAV_OK, kNone));
+    EXPECT_EQ(run(at(when), tav_util_get_broken_down_time, &out), Seen(TAV_OK, kNone));
     EXPECT_EQ(mktime(&out), when); // the local zone's inverse
     EXPECT_EQ(tav_util_localtime_r(&when, &local), &local);
     EXPECT_EQ(mktime(&local), when);
     EXPECT_EQ(tav_util_localtime_r(&kNoCalendar, &local), nullptr);
     for (const auto &[plan, line] : {std::pair(fails(EPERM), "Failed to read time"),
                                      std::pair(at(kNoCalendar), "Failed to unpick time")}) {
-        EXPECT_EQ(run(plan, [&] { return tav_util_get_broken_down_time(&out); }),
+        EXPECT_EQ(run(plan, tav_util_get_broken_down_time, &out),
                   Seen(TAV_ERR_SYSTEM, {"log tav_util_get_broken_down_time " + std::string(line),
                                         trace("tav_util_get_broken_down_time", "tm_common", 6)}));
     }
@@ -394,7 +384,7 @@ TEST(Clocks, BrokenDownTimes) {
     }
     const time_t zero = 0, too_far = kMax;
     tm epoch, far;
-    EXPECT_EQ(run({}, [&] { return tav_util_gmtime(&too_far, &far); }),
+    EXPECT_EQ(run({}, tav_util_gmtime, &too_far, &far),
               Seen(TAV_ERR_SYSTEM, traced("tav_util_gmtime", "tm_common", 6)));
     tav_util_gmtime(&zero, &epoch);
     tav_util_gmtime(&kYear10000, &far);
@@ -406,11 +396,7 @@ TEST(Clocks, BrokenDownTimes) {
     // clang-format on
     for (const auto &[broken_down, null_buffer, size, status, text] : asctime_rows) {
         char buffer[32] = "untouched";
-        EXPECT_EQ(run({},
-                      [&] {
-                          return tav_util_asctime(broken_down, null_buffer ? nullptr : buffer,
-                                                  size);
-                      }),
+        EXPECT_EQ(run({}, tav_util_asctime, broken_down, null_buffer ? nullptr : buffer, size),
                   Seen(status, traced("tav_util_asctime", "tm_common", status)));
         if (text != nullptr) {
             EXPECT_STREQ(buffer, text);
@@ -434,10 +420,10 @@ TEST(Clocks, CountsTimerAndCounter) {
     };
     // clang-format on
     for (const auto &[plan, point, msec, usec] : rows) {
-        EXPECT_EQ(run(plan, [] { return tav_util_timer_point(); }), Seen(point, kNone));
+        EXPECT_EQ(run(plan, tav_util_timer_point), Seen(point, kNone));
         EXPECT_EQ(last_clock, CLOCK_REALTIME);
-        EXPECT_EQ(run(plan, [] { return tav_util_walltime_msec(); }), Seen(msec, kNone));
-        EXPECT_EQ(run(plan, [] { return tav_util_walltime_usec(); }), Seen(usec, kNone));
+        EXPECT_EQ(run(plan, tav_util_walltime_msec), Seen(msec, kNone));
+        EXPECT_EQ(run(plan, tav_util_walltime_usec), Seen(usec, kNone));
     }
     // The real clocks: each count lies between two readings of its clock.
     timespec a, b;
