@@ -33,6 +33,9 @@
 #include "tavutil/directory.h"
 
 /* time */
+#include "tavutil/timeout.h"
+#include "tavutil/timeval.h"
+#include "tavutil/clock.h"
 
 /* spawn, child timeout, process search, signals */
 
