@@ -1,9 +1,22 @@
 // Path helpers: the directory component of a path (the text ahead of its
 // last slash, nothing normalised) and the canonical absolute path.
-#include <climits>
 #include <cstring>
 
 #include "internal/frame.hpp"
+
+namespace {
+
+// The first `length` characters of `path` and a terminator, in a malloc block.
+char *copy_prefix(const char *path, size_t length) {
+    auto *copy = static_cast<char *>(std::malloc(length + 1));
+    if (copy != nullptr) {
+        std::memcpy(copy, path, length);
+        copy[length] = '\0';
+    }
+    return copy;
+}
+
+} // namespace
 
 extern "C" {
 
@@ -15,22 +28,20 @@ tav_status tav_util_get_directory_component(const char *path, char **dir_out) {
     }
     const char *last_slash = std::strrchr(path, '/');
     if (last_slash == nullptr) {
-        // No slash: the path is its own directory component, not ".".
-        *dir_out = ::strdup(path);
+        // No slash: the path is its own directory component, not ".". A
+        // copy as strdup makes it, through malloc like the other branch.
+        *dir_out = copy_prefix(path, std::strlen(path));
         if (*dir_out == nullptr) {
             tav::reasoned_line(errno, TAV_SITE, "Memory allocation for path %s", path);
             return tav::traced(TAV_SITE, TAV_ERR_NOMEM);
         }
         return TAV_OK;
     }
-    const auto length = static_cast<size_t>(last_slash - path);
-    *dir_out = static_cast<char *>(std::malloc(length + 1));
+    *dir_out = copy_prefix(path, static_cast<size_t>(last_slash - path));
     if (*dir_out == nullptr) {
         tav::reasoned_line(errno, TAV_SITE, "Memory allocation error");
         return tav::traced(TAV_SITE, TAV_ERR_NOMEM);
     }
-    std::memcpy(*dir_out, path, length);
-    (*dir_out)[length] = '\0';
     return TAV_OK;
 }
 
