@@ -402,9 +402,11 @@ TEST_F(Files, PathHelpers) {
                                      {"a/b", "Memory allocation error"}}) {
         tavtest::clear_reports();
         char placeholder = 0, *out = &placeholder;
+        const char *text = path;
+        tav_status status = TAV_OK;
         const auto run = tavtest::run_allocations(
-            1, [&] { EXPECT_EQ(tav_util_get_directory_component(path, &out), TAV_ERR_NOMEM); });
-        EXPECT_TRUE(run.injected);
+            1, [&] { status = tav_util_get_directory_component(text, &out); });
+        EXPECT_EQ(std::tie(status, run.injected), std::tuple(TAV_ERR_NOMEM, true));
         EXPECT_EQ(out, nullptr);
         EXPECT_EQ(tavtest::report_summary(),
                   (Lines{reasoned(fn, D, line, ENOMEM), trace(fn, D, 2)}));
