@@ -28,6 +28,9 @@
 #include "tavutil/sum.h"
 
 /* descriptor files, named files, sync, paths */
+#include "tavutil/file.h"
+#include "tavutil/path.h"
+#include "tavutil/sync.h"
 
 /* directories */
 #include "tavutil/directory.h"
