@@ -31,6 +31,9 @@
 /* time */
 
 /* spawn, child timeout, process search, signals */
+#include "tavutil/spawn.h"
+
+#include "tavutil/signals.h"
 
 /* pid file, status record, environment, group, host */
 
