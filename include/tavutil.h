@@ -29,6 +29,9 @@
 /* directories */
 
 /* time */
+#include "tavutil/timeout.h"
+#include "tavutil/timeval.h"
+#include "tavutil/clock.h"
 
 /* spawn, child timeout, process search, signals */
 #include "tavutil/spawn.h"
