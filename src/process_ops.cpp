@@ -9,6 +9,45 @@
 
 #include "internal/frame.hpp"
 #include "internal/process_ops.hpp"
+#include "internal/timeout.hpp"
+
+extern "C" {
+
+tav_status tav_util_await_child_timeout(int32_t pid, int32_t seconds) {
+    struct timespec deadline;
+    const tav_status set = tav_util_future_timeout(&deadline, int64_t{seconds}, 1);
+    if (set != TAV_OK) {
+        return tav::traced_again(TAV_SITE, set);
+    }
+    // The first poll at once, then one a second; the wait status is not
+    // asked for, so a collected child's exit code is lost.
+    for (;;) {
+        const pid_t ended = ::waitpid(pid, nullptr, WNOHANG);
+        if (ended == -1) {
+            tav::reasoned_line(errno, TAV_SITE, "Failed to wait for child process %d to end", pid);
+            return tav::traced(TAV_SITE, TAV_ERR_SYSTEM);
+        }
+        if (ended != 0) {
+            return TAV_OK;
+        }
+        int32_t expired = 0;
+        const tav_status asked = tav_util_query_timeout_expired(&deadline, &expired);
+        if (asked != TAV_OK) {
+            return tav::traced_again(TAV_SITE, asked);
+        }
+        if (expired != 0) {
+            break;
+        }
+        ::sleep(1);
+    }
+    // Killed, not collected: the caller still waits for it.
+    if (::kill(pid, SIGKILL) == -1) {
+        tav::reasoned_line(errno, TAV_SITE, "Failed to kill process %d", pid);
+    }
+    return tav::traced(TAV_SITE, TAV_ERR_TIMEOUT);
+}
+
+} // extern "C"
 
 namespace {
 

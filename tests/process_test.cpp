@@ -9,6 +9,7 @@
 #include <functional>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <regex>
 #include <set>
 #include <string>
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "alloc_inject.hpp"
+#include "clock_inject.hpp"
 #include "internal/process_ops.hpp"
 #include "process_inject.hpp"
 #include "recorder.hpp"
@@ -167,6 +169,105 @@ TEST(Spawn, WaitFailsWhenTheSystemCollects) {
                          "trace tav_wait " +
                          kSpawn + " 6\n")))
         << seen;
+}
+
+// ---- bounded wait --------------------------------------------------------
+
+std::optional<tavtest::ClockInjection> stopped_clock;
+
+// Each row waits on a child that is running, has ended (uncollected), or is
+// no child at all (this process), and tells by which signal the child ended
+// after the call: 9 the library's kill, 15 ours (it was left alone), 0 when
+// the call collected it.
+TEST(AwaitChild, PollsKillsAndReports) {
+    enum Target { kRunning, kEnded, kSelf };
+    struct Row {
+        const char *name;
+        Target target;
+        int32_t seconds;
+        tavtest::ProcessFaults faults;
+        int clock_fails; // every clock read fails with this from the start
+        tav_status status;
+        Lines reports; // "PID" stands for the pid
+        int ended_by;
+    };
+    const std::string await = "tav_util_await_child_timeout";
+    const std::string line = "log " + await + " " + kOps + ": ";
+    const std::string timespec = "src/time/timespec_common.cpp ";
+    // clang-format off
+    const Row rows[] = {
+        {"deadline now", kRunning, 0, {}, 0, TAV_ERR_TIMEOUT, {"trace " + await + " " + kOps + " 36"}, 9},
+        {"one second", kRunning, 1, {}, 0, TAV_ERR_TIMEOUT, {"trace " + await + " " + kOps + " 36"}, 9},
+        {"ended before", kEnded, 0, {}, 0, TAV_OK, {}, 0},
+        {"no child", kSelf, 0, {}, 0, TAV_ERR_SYSTEM,
+         {line + "Failed to wait for child process PID to end  Reason: No child processes",
+          "trace " + await + " " + kOps + " 6"}, 0},
+        {"kill fails", kRunning, 0, {.kill_errno = EPERM}, 0, TAV_ERR_TIMEOUT,
+         {line + "Failed to kill process PID  Reason: Operation not permitted",
+          "trace " + await + " " + kOps + " 36"}, 15},
+        {"negative seconds", kRunning, -1, {}, 0, TAV_ERR_BAD_ARG,
+         {"log tav_util_abs_time_offset Bad value, val: -1 scale_to_sec: 1\n",
+          "trace tav_util_abs_time_offset " + timespec + "7",
+          "trace tav_util_future_timeout " + timespec + "7",
+          "log tav_util_future_timeout Overflow detected when trying to set phase timeout tmp hack",
+          "trace " + await + " " + kOps + " 7"}, 15},
+        {"no clock for the deadline", kRunning, 5, {}, EINVAL, TAV_ERR_SYSTEM,
+         {"log tav_util_future_timeout Failed to get current time.",
+          "trace tav_util_future_timeout " + timespec + "6", "trace " + await + " " + kOps + " 6"}, 15},
+        {"no clock at the poll", kRunning, 5,
+         {.before_waitpid = [] { stopped_clock.emplace(tavtest::ClockPlan{.fail_with = EINVAL}); }},
+         0, TAV_ERR_SYSTEM,
+         {"trace tav_util_query_timeout_expired " + timespec + "6", "trace " + await + " " + kOps + " 6"}, 15},
+    };
+    // clang-format on
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        tav_proc_handle handle = nullptr;
+        auto argv = row.target == kEnded ? words({"/bin/true"}) : words({"/bin/sleep", "100"});
+        int32_t pid = getpid();
+        siginfo_t info{};
+        if (row.target != kSelf) {
+            ASSERT_EQ(tav_spawn(argv.data(), no_env.data(), &handle), TAV_OK);
+            pid = pid_in(handle);
+        }
+        if (row.target == kEnded) {
+            waitid(P_PID, id_t(pid), &info, WEXITED | WNOWAIT);
+        }
+        tavtest::clear_reports();
+        tav_status status = TAV_OK;
+        {
+            tavtest::ProcessFaultInjection faults(row.faults);
+            std::optional<tavtest::ClockInjection> clock;
+            if (row.clock_fails != 0) {
+                clock.emplace(tavtest::ClockPlan{.fail_with = row.clock_fails});
+            }
+            status = tav_util_await_child_timeout(pid, row.seconds);
+            stopped_clock.reset();
+        }
+        EXPECT_EQ(status, row.status);
+        Lines reports = row.reports;
+        for (std::string &text : reports) {
+            if (const size_t at = text.find("PID"); at != std::string::npos) {
+                text.replace(at, 3, std::to_string(pid));
+            }
+        }
+        EXPECT_EQ(tavtest::report_summary(), reports);
+        if (row.target == kSelf) {
+            continue;
+        }
+        int ended_by = 0;
+        if (waitid(P_PID, id_t(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0) {
+            kill(pid, SIGTERM);
+            waitid(P_PID, id_t(pid), &info, WEXITED | WNOWAIT);
+            ended_by = info.si_status;
+        }
+        EXPECT_EQ(ended_by, row.ended_by);
+        // A killed child is collected afterwards with exit code -1.
+        int32_t code = 77;
+        EXPECT_EQ(tav_wait(&handle, &code), ended_by != 0 ? TAV_OK : TAV_ERR_SYSTEM);
+        EXPECT_EQ(code, ended_by != 0 ? -1 : 77);
+        tav_free_proc_handle(&handle);
+    }
 }
 
 // ---- process search ------------------------------------------------------

@@ -15,6 +15,7 @@ template <typename Fn> Fn next(const char *name) {
 }
 // Resolved before main, so that no test's allocation count sees dlsym.
 const auto real_fork = next<pid_t (*)()>("fork");
+const auto real_waitpid = next<pid_t (*)(pid_t, int *, int)>("waitpid");
 const auto real_kill = next<int (*)(pid_t, int)>("kill");
 const auto real_sigaction =
     next<int (*)(int, const struct sigaction *, struct sigaction *)>("sigaction");
@@ -32,6 +33,13 @@ int failed(int error) {
 extern "C" {
 
 pid_t fork() { return faults.fork_errno != 0 ? failed(faults.fork_errno) : real_fork(); }
+
+pid_t waitpid(pid_t pid, int *status, int options) {
+    if (faults.before_waitpid != nullptr) {
+        faults.before_waitpid();
+    }
+    return real_waitpid(pid, status, options);
+}
 
 int kill(pid_t pid, int signum) {
     return faults.kill_errno != 0 ? failed(faults.kill_errno) : real_kill(pid, signum);
