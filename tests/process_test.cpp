@@ -381,7 +381,7 @@ TEST(ProcessSearch, EachAllocationFailureLeavesItsReports) {
             count = 77;
             status = tav_util_pid_of("", 0, &pids, &count);
         },
-        [&](long, const tavtest::AllocRun &run) {
+        [&](long nth, const tavtest::AllocRun &run) {
             const Lines reports = tavtest::report_summary();
             tavtest::clear_reports();
             const std::string kind = status == TAV_OK           ? "filter path"
@@ -406,6 +406,9 @@ TEST(ProcessSearch, EachAllocationFailureLeavesItsReports) {
                   "log tav_util_pid_of Failed to allocate path"}},
             };
             EXPECT_EQ(reports, expected.at(kind));
+            if (kind == "array") { // room for the two entries the filter kept
+                EXPECT_EQ(run.sizes.at(size_t(nth - 1)), 2 * sizeof(uint32_t));
+            }
             // The array is the caller's whenever it was made; nothing else stays.
             const bool array = kind == "filter path" || kind == "loop path";
             EXPECT_EQ(run.live_blocks, array ? 1 : 0);
