@@ -41,6 +41,9 @@
 #include "tavutil/clock.h"
 
 /* spawn, child timeout, process search, signals */
+#include "tavutil/spawn.h"
+
+#include "tavutil/signals.h"
 
 /* pid file, status record, environment, group, host */
 
