@@ -140,6 +140,15 @@ TEST(BitOps, Base64RoundTripsAndSkipsForeignBytes) {
         }
         EXPECT_EQ(decode(text), decode(usable)) << text;
     }
+    // One foreign byte at each place of a long text, among them the
+    // neighbours of each range of the alphabet.
+    const std::string clean = call(kEncode, random_bytes(engine, 75), 75).bytes;
+    const std::string foreign(".,*@[`{:=\n\x80\xff\0", 13);
+    for (size_t place = 0; place <= clean.size(); ++place) {
+        const std::string text =
+            clean.substr(0, place) + foreign[place % foreign.size()] + clean.substr(place);
+        EXPECT_EQ(decode(text), decode(clean)) << place;
+    }
     const std::string input = random_bytes(engine, 1000);
     std::string wrapped = call(kEncode, input, input.size()).bytes;
     for (size_t i = 76; i < wrapped.size(); i += 77) {
