@@ -219,26 +219,46 @@ const char *find_delimiter(std::string_view rest, std::string_view delimiter) {
 // early when `visit` returns false. Both passes of a split walk here, so the
 // second meets exactly the tokens the first counted. The text is measured
 // once by the caller and its rest carried along.
+// Whether any lane holds -1, and the first that does: byte k of a half is
+// lane k on a little-endian target, lane 7 - k on a big-endian one.
+inline bool any_lane(ByteLanes hits) {
+    uint64_t halves[2];
+    std::memcpy(halves, &hits, sizeof halves);
+    return (halves[0] | halves[1]) != 0;
+}
+
+inline size_t first_lane(ByteLanes hits) {
+    uint64_t halves[2];
+    std::memcpy(halves, &hits, sizeof halves);
+    const bool first = halves[0] != 0;
+    const uint64_t half = first ? halves[0] : halves[1];
+    const int lane = std::endian::native == std::endian::little ? std::countr_zero(half) / 8
+                                                                : std::countl_zero(half) / 8;
+    return (first ? 0 : 8) + static_cast<size_t>(lane);
+}
+
 // The first place of [place, end) that holds `byte`, or null. Tokens are
-// mostly short, so the search runs inline, sixteen bytes a step, each load
-// inside the range; the last few bytes are looked at one by one.
+// mostly short, so the search runs inline, 32 and then 16 bytes a step, each
+// load inside the range; the last few bytes are looked at one by one.
 const char *find_byte(const char *place, const char *end, char byte) {
     const auto d = static_cast<unsigned char>(byte);
-    for (; end - place >= static_cast<ptrdiff_t>(sizeof(ByteLanes)); place += sizeof(ByteLanes)) {
-        const auto hits = reinterpret_cast<ByteLanes>(
-            load_lanes(reinterpret_cast<const unsigned char *>(place)) == d);
-        uint64_t halves[2];
-        std::memcpy(halves, &hits, sizeof halves);
-        if ((halves[0] | halves[1]) != 0) {
-            // Byte k of a half is lane k on a little-endian target, lane
-            // 7 - k on a big-endian one.
-            const bool first = halves[0] != 0;
-            const uint64_t half = first ? halves[0] : halves[1];
-            const int lane = std::endian::native == std::endian::little
-                                 ? std::countr_zero(half) / 8
-                                 : std::countl_zero(half) / 8;
-            return place + (first ? 0 : 8) + lane;
+    const auto hits_at = [d](const char *at) {
+        return reinterpret_cast<ByteLanes>(
+            load_lanes(reinterpret_cast<const unsigned char *>(at)) == d);
+    };
+    constexpr auto kStep = static_cast<ptrdiff_t>(sizeof(ByteLanes));
+    for (; end - place >= 2 * kStep; place += 2 * kStep) {
+        const ByteLanes first = hits_at(place), second = hits_at(place + kStep);
+        if (any_lane(first | second)) {
+            return any_lane(first) ? place + first_lane(first) : place + kStep + first_lane(second);
         }
+    }
+    if (end - place >= kStep) {
+        const ByteLanes hits = hits_at(place);
+        if (any_lane(hits)) {
+            return place + first_lane(hits);
+        }
+        place += kStep;
     }
     for (; place != end; ++place) {
         if (*place == byte) {
@@ -292,14 +312,24 @@ uint64_t count_runs(std::string_view text, char delimiter) {
     }
     uint64_t runs = bytes[0] != d ? 1 : 0;
     size_t i = 1;
-    while (i + sizeof(ByteLanes) <= length) {
-        // Each lane counts at most 255 starts before the lanes are summed.
+    // A run starts where the byte before is a delimiter and the byte is not.
+    const auto starts_at = [bytes, d](size_t at) {
+        const auto delimiter_here = reinterpret_cast<ByteLanes>(load_lanes(bytes + at) == d);
+        const auto delimiter_before = reinterpret_cast<ByteLanes>(load_lanes(bytes + at - 1) == d);
+        return delimiter_before & ~delimiter_here;
+    };
+    constexpr size_t kStep = sizeof(ByteLanes);
+    while (i + kStep <= length) {
+        // Each lane counts at most 254 starts before the lanes are summed.
         ByteLanes starts = {};
-        for (int round = 0; round < 255 && i + sizeof(ByteLanes) <= length;
-             ++round, i += sizeof(ByteLanes)) {
-            const ByteLanes here = load_lanes(bytes + i);
-            const ByteLanes before = load_lanes(bytes + i - 1);
-            starts -= reinterpret_cast<ByteLanes>((here != d) & (before == d));
+        int round = 0;
+        for (; round < 127 && i + 2 * kStep <= length; ++round, i += 2 * kStep) {
+            starts -= starts_at(i);
+            starts -= starts_at(i + kStep);
+        }
+        if (round < 127 && i + kStep <= length) {
+            starts -= starts_at(i);
+            i += kStep;
         }
         uint64_t halves[2];
         std::memcpy(halves, &starts, sizeof halves);
@@ -470,10 +500,16 @@ tav_status tav_util_join(const char *const *texts, uint64_t count, const char *s
     if (*out == nullptr) {
         return tav::traced(TAV_SITE, TAV_ERR_NOMEM);
     }
-    // The terminator comes from the zero fill.
+    // The terminator comes from the zero fill. The separator's length is
+    // known, so it is copied as bytes rather than searched for its end.
     char *end = stpcpy(*out, texts[0]);
     for (uint64_t i = 1; i < count; ++i) {
-        end = stpcpy(end, separator);
+        if (separator_length == 1) {
+            *end++ = *separator;
+        } else {
+            std::memcpy(end, separator, separator_length);
+            end += separator_length;
+        }
         end = stpcpy(end, texts[i]);
     }
     return TAV_OK;
