@@ -69,24 +69,19 @@ typedef uint64_t Lanes __attribute__((vector_size(16)));
 constexpr size_t kLanes = sizeof(Lanes) / sizeof(uint64_t);
 constexpr uint32_t kWrapStart = kTableWords - kLag; // first index whose lagged word wraps
 
-// The Weyl counter after each step of a block of eight, as offsets from its
-// start, pair by pair.
-constexpr Lanes kWeylSteps[] = {{1 * kWeylIncrement, 2 * kWeylIncrement},
-                                {3 * kWeylIncrement, 4 * kWeylIncrement},
-                                {5 * kWeylIncrement, 6 * kWeylIncrement},
-                                {7 * kWeylIncrement, 8 * kWeylIncrement}};
-
 // Steps in blocks of `Pairs` lane pairs from step `k` on, as many whole
 // blocks as fit below `count`; returns the step after them. The pairs of a
-// block are independent, so the processor overlaps them.
+// block are independent, so the processor overlaps them. The counters of
+// each pair's two steps stay in one vector, which moves on two steps a pair.
 template <size_t Pairs>
 size_t block_steps(uint64_t *own, const uint64_t *lagged, size_t k, size_t count, uint64_t &weyl,
                    unsigned char *out) {
     constexpr size_t kBlock = Pairs * kLanes;
     static_assert(kBlock <= kLag, "a block must not write a word it also reads");
-    static_assert(Pairs <= sizeof kWeylSteps / sizeof kWeylSteps[0]);
+    constexpr Lanes kPairStep = {kLanes * kWeylIncrement, kLanes * kWeylIncrement};
+    Lanes weyls = {weyl + kWeylIncrement, weyl + 2 * kWeylIncrement};
+    const size_t first = k;
     for (; k + kBlock <= count; k += kBlock) {
-        const Lanes start = {weyl, weyl};
         for (size_t pair = 0; pair < Pairs; ++pair) {
             const size_t at = k + pair * kLanes;
             Lanes own_words, lagged_words;
@@ -94,13 +89,12 @@ size_t block_steps(uint64_t *own, const uint64_t *lagged, size_t k, size_t count
             std::memcpy(&lagged_words, lagged + at, sizeof lagged_words);
             const Lanes recurred = recur(own_words, lagged_words);
             std::memcpy(own + at, &recurred, sizeof recurred);
-            // The Weyl counter after each of the pair's steps.
-            const Lanes weyls = start + kWeylSteps[pair];
             const Lanes words = output_word(weyls, recurred);
             std::memcpy(out + 8 * at, &words, sizeof words);
+            weyls += kPairStep;
         }
-        weyl += kBlock * kWeylIncrement;
     }
+    weyl += (k - first) * kWeylIncrement;
     return k;
 }
 
