@@ -12,9 +12,12 @@ stops it, and this script fails.
 
 Pairs, for every family that adds rows (see bench/pairs.hpp):
   - two benchmarks named BM_<Op>_tav and BM_<Op>_peer, with the same
-    arguments, each counting the same bytes with SetBytesProcessed;
+    arguments, each counting the same bytes (SetBytesProcessed) or the same
+    items (SetItemsProcessed);
   - the peer names itself with SetLabel, shown in the row;
-  - TAV_BENCH_CHECK(<Op>) compares the outputs, where they are comparable.
+  - TAV_BENCH_CHECK(<Op>) compares the outputs, where they are comparable
+    (a benchmark that finds a difference itself and calls SkipWithError
+    fails its row as well).
 Other benchmarks run as before and make no row. With --json FILE the script
 reads a Google Benchmark JSON output made earlier instead of running anything.
 
@@ -58,7 +61,7 @@ def run(filter_regex, repetitions, min_time):
 
 
 def throughputs(report):
-    """(op, args) -> side -> (bytes per second, label, error)."""
+    """(op, args) -> side -> (rate, unit, label, error)."""
     pairs = {}
     repeated = any(b.get("run_type") == "aggregate" for b in report["benchmarks"])
     for bench in report["benchmarks"]:
@@ -67,14 +70,20 @@ def throughputs(report):
         match = PAIR.match(bench.get("run_name", bench["name"]))
         if not match:
             continue
+        if "bytes_per_second" in bench:
+            rate, unit = bench["bytes_per_second"] / (1 << 20), "MiB/s"
+        elif "items_per_second" in bench:
+            rate, unit = bench["items_per_second"] / 1000, "k/s"
+        else:
+            rate, unit = None, ""
         side = pairs.setdefault((match["op"], match["args"] or ""), {})
-        side[match["side"]] = (bench.get("bytes_per_second"), bench.get("label", ""),
+        side[match["side"]] = (rate, unit, bench.get("label", ""),
                                bench.get("error_message") if bench.get("error_occurred") else None)
     return pairs
 
 
-def mib(rate):
-    return "%10.1f" % (rate / (1 << 20)) if rate else "%10s" % "-"
+def rate_text(side):
+    return "%10.1f %-5s" % (side[0], side[1]) if side and side[0] else "%10s %-5s" % ("-", "")
 
 
 def main():
@@ -98,19 +107,20 @@ def main():
     context = report.get("context", {})
     pairs = throughputs(report)
     failed = False
-    print("%-28s %10s %10s %7s  %-8s %s" % ("pair", "tav MiB/s", "peer MiB/s", "ratio", "output",
-                                            "peer"))
+    print("%-24s %16s %16s %7s  %-6s %s" % ("pair", "library", "peer", "ratio", "output",
+                                            "peer is"))
     for (op, args), sides in sorted(pairs.items()):
         tav, peer = sides.get("tav"), sides.get("peer")
-        if tav is None or peer is None or tav[2] or peer[2] or not tav[0] or not peer[0]:
+        if (tav is None or peer is None or tav[3] or peer[3] or not tav[0] or not peer[0]
+                or tav[1] != peer[1]):
             failed = True
             ratio = "  error"
         else:
             ratio = "%7.2f" % (tav[0] / peer[0])
         check = context.get("check " + op, "-")
         failed = failed or check not in ("same", "-")
-        print("%-28s %s %s %s  %-8s %s" % (op + args, mib(tav and tav[0]), mib(peer and peer[0]),
-                                           ratio, check, peer[1] if peer else "(no peer)"))
+        print("%-24s %s %s %s  %-6s %s" % (op + args, rate_text(tav), rate_text(peer), ratio,
+                                            check, peer[2] if peer else "(no peer)"))
     print("(%s, %d CPUs, %s; median of %s repetitions)" % (
         context.get("host_name", "?"), context.get("num_cpus", 0), context.get("date", "?"),
         options.repetitions if not options.json else "the"))

@@ -5,13 +5,14 @@
 //     arguments, so that Google Benchmark calls them BM_<Op>_tav/<args> and
 //     BM_<Op>_peer/<args>. Benchmarks named otherwise run as before and make
 //     no row.
-//   - Both count the same bytes with SetBytesProcessed: the row compares
-//     throughputs.
+//   - Both count the same bytes (SetBytesProcessed) or the same items
+//     (SetItemsProcessed): the row compares throughputs.
 //   - The peer names itself with SetLabel ("OpenSSL EVP_EncodeBlock"), and
 //     the row shows that label.
 //   - Where the two make the same output, TAV_BENCH_CHECK(<Op>) compares
 //     them once; every check runs before any benchmark, and a difference
-//     stops the program before any timing.
+//     stops the program before any timing. (A benchmark that checks for
+//     itself and calls SkipWithError fails its row too.)
 #pragma once
 
 #include <benchmark/benchmark.h>
