@@ -111,6 +111,7 @@ inline char *encode_two_groups(uint64_t word, char *out) {
 // on ('0' - 52), 15 fewer at 62 ('+') and 3 more at 63 ('/').
 typedef uint32_t GroupLanes __attribute__((vector_size(16)));
 typedef uint64_t HalfLanes __attribute__((vector_size(16)));
+typedef uint8_t CharacterLanes __attribute__((vector_size(16)));
 typedef int8_t ValueLanes __attribute__((vector_size(16)));
 
 inline char *encode_four_groups(const uint8_t *in, char *out) {
@@ -131,9 +132,14 @@ inline char *encode_four_groups(const uint8_t *in, char *out) {
         values = (groups << 6 & 0x3F000000) | (groups << 4 & 0x3F0000) | (groups << 2 & 0x3F00) |
                  (groups & 0x3F);
     }
-    const auto v = reinterpret_cast<ValueLanes>(values);
-    const ValueLanes characters =
-        v + 'A' + ((v > 25) & 6) - ((v > 51) & 75) - ((v > 61) & 15) + ((v > 62) & 3);
+    // Sums in unsigned lanes, which wrap; the values (0 to 63) compared as
+    // signed ones, which need no correction on any target.
+    const auto v = reinterpret_cast<CharacterLanes>(values);
+    const auto from = [signed_values = reinterpret_cast<ValueLanes>(values)](int8_t value) {
+        return reinterpret_cast<CharacterLanes>(signed_values >= value);
+    };
+    const CharacterLanes characters =
+        v + 'A' + (from(26) & 6) - (from(52) & 75) - (from(62) & 15) + (from(63) & 3);
     std::memcpy(out, &characters, sizeof characters);
     return out + sizeof characters;
 }
@@ -157,7 +163,6 @@ inline uint32_t placed_group(const uint8_t *in) {
 // range: 'A' to 'Z' less 'A', 'a' to 'z' less 'a' plus 26, '0' to '9' less
 // '0' plus 52, '+' 62, '/' 63. Then 16-bit lanes join the values in pairs
 // and 32-bit lanes the pairs in groups.
-typedef uint8_t CharacterLanes __attribute__((vector_size(16)));
 typedef uint16_t PairLanes __attribute__((vector_size(16)));
 
 inline bool four_groups_of_values(const uint8_t *in, uint64_t pairs_of_groups[2]) {
@@ -261,15 +266,15 @@ void encode_rest(const uint8_t *rest_bytes, uint64_t rest, char *out) {
 uint8_t *decode_groups(const uint8_t *in, const uint8_t *end, uint8_t *out) {
     int last_count = 0;
     while (in != end) {
-        // Bulk path: eight usable characters make two groups, stored with one
-        // 8-byte write. With 12 or more characters left the block has room
-        // for 8 bytes here (it holds 3 bytes for every started 4 characters);
-        // the 2 bytes past the groups are overwritten by the next group, or
-        // lie past the output.
-        // 32 characters a step, half in vector lanes and half through the
-        // tables, so that both kinds of arithmetic unit work at once; nothing
-        // is stored unless all 32 are usable. The block has room for the
-        // 24 bytes and the 2 past them with 36 or more characters left.
+        // Bulk paths: eight usable characters make two groups, stored with
+        // one 8-byte write. With 12 or more characters left the block has
+        // room for 8 bytes here (it holds 3 bytes for every started 4
+        // characters); the 2 bytes past the groups are overwritten by the
+        // next group, or lie past the output. First 32 characters a step,
+        // half in vector lanes and half through the tables, so that both
+        // kinds of arithmetic unit work at once; nothing is stored unless all
+        // 32 are usable, and with 36 or more characters left there is room
+        // for the 24 bytes and the 2 past them. Then eight a step.
         while (end - in >= 36) {
             uint64_t vector_pairs[2];
             const bool vector_usable = four_groups_of_values(in, vector_pairs);

@@ -87,8 +87,8 @@ unsigned scan_pair(const char *place, unsigned previous) {
     return value;
 }
 
-// The values of sixteen hex digits ('0' to '9', 'a' to 'f', 'A' to 'F'), and
-// -1 in each lane that holds one.
+// The values of sixteen characters that are hex digits ('0' to '9', 'a' to
+// 'f', 'A' to 'F'); `is_digit` gets -1 in each lane that holds one, else 0.
 inline ByteLanes digit_values(ByteLanes characters, ByteLanes &is_digit) {
     const ByteLanes decimal = characters - '0';
     const ByteLanes letter = (characters | 0x20) - 'a';
@@ -215,10 +215,6 @@ const char *find_delimiter(std::string_view rest, std::string_view delimiter) {
         tav_util_memmem(rest.data(), rest.size(), delimiter.data(), delimiter.size()));
 }
 
-// Walks the tokens of `text` in order, handing each to `visit`, and stops
-// early when `visit` returns false. Both passes of a split walk here, so the
-// second meets exactly the tokens the first counted. The text is measured
-// once by the caller and its rest carried along.
 // Whether any lane holds -1, and the first that does: byte k of a half is
 // lane k on a little-endian target, lane 7 - k on a big-endian one.
 inline bool any_lane(ByteLanes hits) {
@@ -341,6 +337,11 @@ uint64_t count_runs(std::string_view text, char delimiter) {
     return runs;
 }
 
+// Walks the tokens of `text` in order, handing each to `visit`, and stops
+// early when `visit` returns false. Both passes of a split walk here, so the
+// second meets exactly the tokens the first counted; with a one-byte
+// delimiter the first pass is count_runs, which counts the same runs. The
+// text is measured once by the caller and its rest carried along.
 template <typename Visit>
 bool for_each_token(std::string_view text, std::string_view delimiter, Visit visit) {
     if (delimiter.size() == 1) {
