@@ -316,11 +316,14 @@ TEST(Strbuf, SubstituteKeepsWhatOneAppendPerPieceMakes) {
     for (int i = 0; i < 60; ++i) {
         text += std::string(i % 7, 'a' + i % 26) + "<>";
     }
-    using Row = std::tuple<int32_t, const char *, const char *>;
-    for (const auto &[capacity, format, argument] :
-         {Row{8, "[replaced]", nullptr}, Row{64, "%s!", "twelve chars"}, Row{8, "%c-", nullptr}}) {
+    const struct {
+        int32_t capacity;
+        const char *format, *argument;
+    } rows[] = {{8, "[replaced]", nullptr}, {64, "%s!", "twelve chars"}, {8, "%c-", nullptr}};
+    for (const auto &row : rows) {
+        const char *format = row.format, *argument = row.argument;
         auto outcome = [&](long nth, auto substitute) {
-            Buffer buffer = make_buffer(capacity, text.c_str());
+            Buffer buffer = make_buffer(row.capacity, text.c_str());
             tavtest::clear_reports();
             int32_t delta = 0;
             const auto run = tavtest::run_allocations(nth, [&] {
