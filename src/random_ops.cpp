@@ -66,32 +66,48 @@ uint64_t step(int32_t &cursor, uint64_t &weyl, uint64_t *table, uint64_t value) 
 // Two words as one value, the width of a vector register on every 64-bit
 // target (SSE2, NEON); where there is none the compiler uses two scalars.
 typedef uint64_t Lanes __attribute__((vector_size(16)));
-constexpr size_t kBlock = sizeof(Lanes) / sizeof(uint64_t);
-static_assert(kBlock <= kLag, "a block must not write a word it also reads");
+constexpr size_t kLanes = sizeof(Lanes) / sizeof(uint64_t);
 constexpr uint32_t kWrapStart = kTableWords - kLag; // first index whose lagged word wraps
 
-// The Weyl counter after each step of a block, as offsets from its start.
-constexpr Lanes kBlockWeylSteps = {kWeylIncrement, 2 * kWeylIncrement};
+// Steps in blocks of `Pairs` lane pairs from step `k` on, as many whole
+// blocks as fit below `count`; returns the step after them. The pairs of a
+// block are independent, so the processor overlaps them. The counters of
+// each pair's two steps stay in one vector, which moves on two steps a pair.
+template <size_t Pairs>
+size_t block_steps(uint64_t *own, const uint64_t *lagged, size_t k, size_t count, uint64_t &weyl,
+                   unsigned char *out) {
+    constexpr size_t kBlock = Pairs * kLanes;
+    static_assert(kBlock <= kLag, "a block must not write a word it also reads");
+    constexpr Lanes kPairStep = {kLanes * kWeylIncrement, kLanes * kWeylIncrement};
+    Lanes weyls = {weyl + kWeylIncrement, weyl + 2 * kWeylIncrement};
+    const size_t first = k;
+    for (; k + kBlock <= count; k += kBlock) {
+        for (size_t pair = 0; pair < Pairs; ++pair) {
+            const size_t at = k + pair * kLanes;
+            Lanes own_words, lagged_words;
+            std::memcpy(&own_words, own + at, sizeof own_words);
+            std::memcpy(&lagged_words, lagged + at, sizeof lagged_words);
+            const Lanes recurred = recur(own_words, lagged_words);
+            std::memcpy(own + at, &recurred, sizeof recurred);
+            const Lanes words = output_word(weyls, recurred);
+            std::memcpy(out + 8 * at, &words, sizeof words);
+            weyls += kPairStep;
+        }
+    }
+    weyl += (k - first) * kWeylIncrement;
+    return k;
+}
 
 // `count` steps at the indices `first` on, all within one run, so that the
 // lagged word of index i is table[i + LagOffset]. Words go to `out` through
 // memcpy: it need not be aligned.
 template <int LagOffset>
-void run_steps(uint64_t *table, uint32_t first, size_t count, uint64_t &weyl, unsigned char *out) {
+[[gnu::always_inline]] inline void run_steps(uint64_t *table, uint32_t first, size_t count,
+                                             uint64_t &weyl, unsigned char *out) {
     uint64_t *own = table + first;
     const uint64_t *lagged = table + static_cast<int>(first) + LagOffset;
-    size_t k = 0;
-    for (; k + kBlock <= count; k += kBlock) {
-        Lanes own_words, lagged_words;
-        std::memcpy(&own_words, own + k, sizeof own_words);
-        std::memcpy(&lagged_words, lagged + k, sizeof lagged_words);
-        const Lanes recurred = recur(own_words, lagged_words);
-        std::memcpy(own + k, &recurred, sizeof recurred);
-        const Lanes weyls = weyl + kBlockWeylSteps;
-        weyl = weyls[kBlock - 1];
-        const Lanes words = output_word(weyls, recurred);
-        std::memcpy(out + 8 * k, &words, sizeof words);
-    }
+    size_t k = block_steps<4>(own, lagged, 0, count, weyl, out);
+    k = block_steps<1>(own, lagged, k, count, weyl, out);
     for (; k < count; ++k) {
         const uint64_t recurred = recur(own[k], lagged[k]);
         own[k] = recurred;
@@ -107,6 +123,17 @@ void generate(tav_util_prng_state &state, unsigned char *out, size_t count) {
     uint32_t index = (static_cast<uint32_t>(state.cursor) + 1) & kIndexMask;
     uint64_t weyl = state.weyl;
     while (count > 0) {
+        // Whole passes from index 0: both runs have their fixed lengths, so
+        // every block of them is laid out at compile time.
+        for (; index == 0 && count >= kTableWords; count -= kTableWords) {
+            run_steps<static_cast<int>(kLag)>(state.table, 0, kWrapStart, weyl, out);
+            run_steps<static_cast<int>(kLag) - static_cast<int>(kTableWords)>(
+                state.table, kWrapStart, kLag, weyl, out + 8 * kWrapStart);
+            out += 8 * kTableWords;
+        }
+        if (count == 0) {
+            break;
+        }
         const bool ahead = index < kWrapStart;
         const size_t run = std::min<size_t>((ahead ? kWrapStart : kTableWords) - index, count);
         if (ahead) {

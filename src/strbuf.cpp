@@ -32,56 +32,98 @@ bool representable(int64_t new_capacity, int64_t capacity) {
     return new_capacity > capacity && new_capacity <= INT32_MAX;
 }
 
-// The appends that make up a hex dump, one per piece of the layout. Most
-// pieces fit in the block as it is, and then this does an append's work
-// directly: it copies the piece and its terminator in, exactly what
-// vsnprintf would write. A piece that needs the first block or a growth goes
-// through the append itself, so capacities, failure lines and a text cut
-// short by a failed growth all stay those of one append per piece.
-class DumpAppends {
-  public:
-    explicit DumpAppends(tav_util_strbuf *record) : record_(record) {}
+// The append from its first vsnprintf on, for a text whose length is known:
+// the public append measures the text, and the dump and substitute keep the
+// length as they go, so that many appends to one record cost no pass over
+// the text each. It bears the append's own name, since the lines it makes
+// are the append's.
+int32_t tav_util_strbuf_append_fv(tav_util_strbuf *record, size_t length, const char *format,
+                                  va_list args) {
+    char *text = record->text;
+    int64_t capacity = record->capacity;
+    for (;;) {
+        const int n = std::vsnprintf(text + length, static_cast<size_t>(capacity) - length, format,
+                                     tav::ArgsCopy(args).get());
+        // Exactly capacity - length - 1 characters still fit with the terminator.
+        if (n >= 0 && static_cast<int32_t>(capacity - static_cast<int64_t>(length)) > n) {
+            return n;
+        }
 
-    // One append: `head` then `tail` are the bytes `format` gives with its
-    // arguments. A template, so that the common case inlines into the dump.
+        const int64_t new_capacity = grown_capacity(n, capacity, length);
+        char *grown =
+            representable(new_capacity, capacity)
+                ? static_cast<char *>(std::realloc(text, static_cast<size_t>(new_capacity)))
+                : nullptr;
+        if (grown == nullptr) {
+            // The old block stays the record's, holding what fitted of the text.
+            TAV_PLAIN_LINE("Could not realloc strbuf to %ld", static_cast<long>(new_capacity));
+            TAV_PLAIN_LINE("Error in strbuf");
+            return -1;
+        }
+        text = grown;
+        capacity = new_capacity;
+        record->text = text;
+        record->capacity = static_cast<int32_t>(capacity);
+        std::memset(text + length, 0, static_cast<size_t>(capacity) - length);
+    }
+}
+
+// Appends to one record that keep the text's length as they go: the pieces
+// of a hex dump and of a substitution. A piece whose bytes are known and fit
+// in the block as it is gets copied in with its terminator, exactly what
+// vsnprintf would write there. Anything else is a real append from the kept
+// length, so capacities, failure lines and a text cut short by a failed
+// growth are those of one append per piece. After a real append the length
+// is found again from the kept one on: a format may write a zero byte, and a
+// failed growth leaves what fitted.
+class KeptAppends {
+  public:
+    explicit KeptAppends(tav_util_strbuf *record)
+        : record_(record), length_(record->text != nullptr ? std::strlen(record->text) : 0) {}
+
+    // One append whose bytes are `head` then `tail`, what `format` gives
+    // with its arguments; its result is the append's. A template, so that
+    // the common case inlines.
     template <typename... Args>
-    void append(std::string_view head, std::string_view tail, const char *format, Args... args) {
-        if (fits_without_growth(head.size() + tail.size())) {
+    int32_t append(std::string_view head, std::string_view tail, const char *format, Args... args) {
+        const size_t n = head.size() + tail.size();
+        if (fits_without_growth(n)) {
             copy_in(head);
             copy_in(tail);
             record_->text[length_] = '\0';
-            return;
+            return static_cast<int32_t>(n);
         }
-        append_growing(format, args...);
+        return append_printed(format, args...);
+    }
+
+    // One append of a format whose bytes are not known beforehand.
+    int32_t append_v(const char *format, va_list args) {
+        int32_t appended;
+        if (record_->text == nullptr) {
+            appended = tav_util_strbuf_append_fv(record_, format, args); // makes the first block
+        } else {
+            appended = tav_util_strbuf_append_fv(record_, length_, format, args);
+        }
+        if (record_->text != nullptr) {
+            length_ += std::strlen(record_->text + length_);
+        }
+        return appended;
     }
 
   private:
-    // The append itself. Its result is not examined (a failed append has
-    // made its lines) except to keep the length: the dump's pieces hold no
-    // zero byte, so a successful append lengthens the text by its count.
-    void append_growing(const char *format, ...) {
+    int32_t append_printed(const char *format, ...) {
         va_list args;
         va_start(args, format);
-        const int32_t appended = tav_util_strbuf_append_fv(record_, format, args);
+        const int32_t appended = append_v(format, args);
         va_end(args);
-        if (appended >= 0 && length_known_) {
-            length_ += static_cast<size_t>(appended);
-        } else {
-            length_known_ = false;
-        }
+        return appended;
     }
 
     // The append's own test: it grows unless capacity - length exceeds n.
-    bool fits_without_growth(size_t n) {
-        if (record_->text == nullptr) {
-            return false;
-        }
-        if (!length_known_) {
-            length_ = std::strlen(record_->text);
-            length_known_ = true;
-        }
-        return static_cast<int64_t>(record_->capacity) - static_cast<int64_t>(length_) >
-               static_cast<int64_t>(n);
+    bool fits_without_growth(size_t n) const {
+        return record_->text != nullptr &&
+               static_cast<int64_t>(record_->capacity) - static_cast<int64_t>(length_) >
+                   static_cast<int64_t>(n);
     }
 
     // An empty piece has no bytes (and perhaps no pointer) to copy.
@@ -93,12 +135,11 @@ class DumpAppends {
     }
 
     tav_util_strbuf *record_;
-    size_t length_ = 0;
-    bool length_known_ = false;
+    size_t length_;
 };
 
 // A row character: the byte itself where it is printable, else a full stop.
-void append_row_characters(DumpAppends &out, const unsigned char *row, int64_t count) {
+void append_row_characters(KeptAppends &out, const unsigned char *row, int64_t count) {
     for (int64_t j = 0; j < count; ++j) {
         const char shown = std::isprint(row[j]) ? static_cast<char>(row[j]) : '.';
         out.append({&shown, 1}, {}, "%c", shown);
@@ -176,32 +217,7 @@ int32_t tav_util_strbuf_append_fv(tav_util_strbuf *record, const char *format, v
         record->capacity = static_cast<int32_t>(capacity);
     }
 
-    const size_t length = std::strlen(text);
-    for (;;) {
-        const int n = std::vsnprintf(text + length, static_cast<size_t>(capacity) - length, format,
-                                     tav::ArgsCopy(args).get());
-        // Exactly capacity - length - 1 characters still fit with the terminator.
-        if (n >= 0 && static_cast<int32_t>(capacity - static_cast<int64_t>(length)) > n) {
-            return n;
-        }
-
-        const int64_t new_capacity = grown_capacity(n, capacity, length);
-        char *grown =
-            representable(new_capacity, capacity)
-                ? static_cast<char *>(std::realloc(text, static_cast<size_t>(new_capacity)))
-                : nullptr;
-        if (grown == nullptr) {
-            // The old block stays the record's, holding what fitted of the text.
-            TAV_PLAIN_LINE("Could not realloc strbuf to %ld", static_cast<long>(new_capacity));
-            TAV_PLAIN_LINE("Error in strbuf");
-            return -1;
-        }
-        text = grown;
-        capacity = new_capacity;
-        record->text = text;
-        record->capacity = static_cast<int32_t>(capacity);
-        std::memset(text + length, 0, static_cast<size_t>(capacity) - length);
-    }
+    return tav_util_strbuf_append_fv(record, std::strlen(text), format, args);
 }
 
 int32_t tav_util_strbuf_append_f(tav_util_strbuf *record, const char *format, ...) {
@@ -228,7 +244,7 @@ void tav_util_strbuf_hexdump(tav_util_strbuf *record, const char *prefix, const 
     const std::string_view indent_text(indent);
     const auto *data = static_cast<const unsigned char *>(bytes);
     const int32_t limit = record->hex_limit;
-    DumpAppends out(record);
+    KeptAppends out(record);
     unsigned char row[kRowBytes];
 
     int64_t i = 0;
@@ -275,6 +291,11 @@ int32_t tav_util_strbuf_substitute_v(tav_util_strbuf *record, const char *needle
     }
 
     const size_t needle_length = std::strlen(needle);
+    // A replacement with no conversion is its own text: vsnprintf would
+    // write the format as it is.
+    const bool literal = std::strchr(format, '%') == nullptr;
+    const std::string_view replacement = literal ? format : "";
+    KeptAppends out(scratch);
     const char *pos = record->text;
     int32_t count = 0;
     uint32_t delta = 0; // unsigned, so that it wraps as the 32-bit result does
@@ -294,13 +315,14 @@ int32_t tav_util_strbuf_substitute_v(tav_util_strbuf *record, const char *needle
         if (match == nullptr) {
             break;
         }
-        tav_util_strbuf_append_f(scratch, "%.*s", static_cast<int>(match - pos), pos);
-        delta += static_cast<uint32_t>(
-            tav_util_strbuf_append_fv(scratch, format, tav::ArgsCopy(args).get()));
+        const auto kept = static_cast<size_t>(match - pos);
+        out.append({pos, kept}, {}, "%.*s", static_cast<int>(kept), pos);
+        delta += static_cast<uint32_t>(literal ? out.append(replacement, {}, format)
+                                               : out.append_v(format, tav::ArgsCopy(args).get()));
         delta -= static_cast<uint32_t>(needle_length);
         pos = match + needle_length;
     }
-    tav_util_strbuf_append_f(scratch, "%s", pos);
+    out.append(pos, {}, "%s", pos);
 
     // The scratch block becomes the record's; the old text goes with the
     // scratch record.

@@ -1,6 +1,8 @@
 // String operations: byte replacement, hex text both ways, split, join and
 // appending to a counted text.
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cctype>
 #include <cstring>
 #include <string_view>
@@ -8,6 +10,18 @@
 #include "internal/frame.hpp"
 
 namespace {
+
+// ---- byte lanes ---------------------------------------------------------
+
+// Sixteen bytes as one value, the width of a vector register on every 64-bit
+// target (SSE2, NEON); compares give -1 in each lane where they hold.
+typedef unsigned char ByteLanes __attribute__((vector_size(16)));
+
+inline ByteLanes load_lanes(const unsigned char *bytes) {
+    ByteLanes lanes;
+    std::memcpy(&lanes, bytes, sizeof lanes);
+    return lanes;
+}
 
 // ---- hex text -----------------------------------------------------------
 
@@ -33,8 +47,25 @@ constexpr std::array<int8_t, 256> kHexValue = [] {
 }();
 
 // Two lower-case digits per byte, as "%02x" writes them, then the terminator.
+// Sixteen bytes make 32 digits at a step: a nibble n becomes '0' + n, and 39
+// more ('a' - '0' - 10) from 10 on; the high and the low digits of the bytes
+// are then interleaved. The bytes past the last whole step go one by one.
 void encode_hex(const uint8_t *bytes, uint64_t length, char *text) {
-    for (uint64_t i = 0; i < length; ++i) {
+    uint64_t i = 0;
+    for (; i + sizeof(ByteLanes) <= length; i += sizeof(ByteLanes)) {
+        const ByteLanes lanes = load_lanes(bytes + i);
+        const ByteLanes high = lanes >> 4;
+        const ByteLanes low = lanes & 0xF;
+        const ByteLanes high_digits = high + '0' + (reinterpret_cast<ByteLanes>(high > 9) & 39);
+        const ByteLanes low_digits = low + '0' + (reinterpret_cast<ByteLanes>(low > 9) & 39);
+        const ByteLanes first = __builtin_shufflevector(high_digits, low_digits, 0, 16, 1, 17, 2,
+                                                        18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
+        const ByteLanes second = __builtin_shufflevector(
+            high_digits, low_digits, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31);
+        std::memcpy(text + 2 * i, &first, sizeof first);
+        std::memcpy(text + 2 * i + sizeof first, &second, sizeof second);
+    }
+    for (; i < length; ++i) {
         text[2 * i] = kHexDigits[bytes[i] >> 4];
         text[2 * i + 1] = kHexDigits[bytes[i] & 0xF];
     }
@@ -56,6 +87,53 @@ unsigned scan_pair(const char *place, unsigned previous) {
     return value;
 }
 
+// The values of sixteen characters that are hex digits ('0' to '9', 'a' to
+// 'f', 'A' to 'F'); `is_digit` gets -1 in each lane that holds one, else 0.
+inline ByteLanes digit_values(ByteLanes characters, ByteLanes &is_digit) {
+    const ByteLanes decimal = characters - '0';
+    const ByteLanes letter = (characters | 0x20) - 'a';
+    const auto is_decimal = reinterpret_cast<ByteLanes>(decimal < 10);
+    const auto is_letter = reinterpret_cast<ByteLanes>(letter < 6);
+    is_digit = is_decimal | is_letter;
+    return (decimal & is_decimal) | ((letter + 10) & is_letter);
+}
+
+// Sixteen bytes from the 32 characters at `hex` if all are digits, as each
+// pair reads alone; false, with nothing written, if any is not.
+bool decode_digit_pairs(const char *hex, uint8_t *bytes) {
+    const auto *characters = reinterpret_cast<const unsigned char *>(hex);
+    ByteLanes first_digits, second_digits;
+    const ByteLanes first = digit_values(load_lanes(characters), first_digits);
+    const ByteLanes second =
+        digit_values(load_lanes(characters + sizeof(ByteLanes)), second_digits);
+    uint64_t all[2];
+    const ByteLanes both = first_digits & second_digits;
+    std::memcpy(all, &both, sizeof all);
+    if ((all[0] & all[1]) != UINT64_MAX) {
+        return false;
+    }
+    // Each pair as one 16-bit lane: the high digit in its low byte on a
+    // little-endian target, in its high byte on a big-endian one.
+    typedef uint16_t PairLanes __attribute__((vector_size(16)));
+    const auto pack = [](ByteLanes digits) {
+        const auto pairs = reinterpret_cast<PairLanes>(digits);
+        if constexpr (std::endian::native == std::endian::little) {
+            return reinterpret_cast<ByteLanes>((pairs & 0xF) << 4 | pairs >> 8);
+        } else {
+            return reinterpret_cast<ByteLanes>((pairs >> 8) << 4 | (pairs & 0xF));
+        }
+    };
+    const ByteLanes low = pack(first), high = pack(second);
+    // The byte of each pair is the low-order byte of its lane.
+    const ByteLanes values = std::endian::native == std::endian::little
+                                 ? __builtin_shufflevector(low, high, 0, 2, 4, 6, 8, 10, 12, 14, 16,
+                                                           18, 20, 22, 24, 26, 28, 30)
+                                 : __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15, 17,
+                                                           19, 21, 23, 25, 27, 29, 31);
+    std::memcpy(bytes, &values, sizeof values);
+    return true;
+}
+
 // Reads `count` bytes from the pairs of `hex`. Plain digit pairs are decoded
 // directly; any other pair takes the "%2x" rule, blanks, signs and all.
 void decode_hex(const char *hex, uint64_t length, uint8_t *bytes, uint64_t count) {
@@ -69,8 +147,20 @@ void decode_hex(const char *hex, uint64_t length, uint8_t *bytes, uint64_t count
     // once and not again for each pair that starts inside it.
     uint64_t blank_end = 0;
     uint64_t last_scanned = UINT64_MAX;
+    // Pairs before `pair_by_pair` go one at a time: a step of sixteen that
+    // met a character other than a digit is not tried again at each pair.
+    uint64_t pair_by_pair = 0;
     for (uint64_t i = 0; i < count; ++i) {
         const uint64_t at = 2 * i;
+        if (i >= pair_by_pair && count - i >= sizeof(ByteLanes) &&
+            text_end - std::min(at, text_end) >= 2 * sizeof(ByteLanes)) {
+            if (decode_digit_pairs(hex + at, bytes + i)) {
+                value = bytes[i + sizeof(ByteLanes) - 1];
+                i += sizeof(ByteLanes) - 1;
+                continue;
+            }
+            pair_by_pair = i + sizeof(ByteLanes);
+        }
         if (at < text_end) {
             const int high = kHexValue[static_cast<unsigned char>(hex[at])];
             const int low = kHexValue[static_cast<unsigned char>(hex[at + 1])];
@@ -125,12 +215,138 @@ const char *find_delimiter(std::string_view rest, std::string_view delimiter) {
         tav_util_memmem(rest.data(), rest.size(), delimiter.data(), delimiter.size()));
 }
 
+// Whether any lane holds -1, and the first that does: byte k of a half is
+// lane k on a little-endian target, lane 7 - k on a big-endian one.
+inline bool any_lane(ByteLanes hits) {
+    uint64_t halves[2];
+    std::memcpy(halves, &hits, sizeof halves);
+    return (halves[0] | halves[1]) != 0;
+}
+
+inline size_t first_lane(ByteLanes hits) {
+    uint64_t halves[2];
+    std::memcpy(halves, &hits, sizeof halves);
+    const bool first = halves[0] != 0;
+    const uint64_t half = first ? halves[0] : halves[1];
+    const int lane = std::endian::native == std::endian::little ? std::countr_zero(half) / 8
+                                                                : std::countl_zero(half) / 8;
+    return (first ? 0 : 8) + static_cast<size_t>(lane);
+}
+
+// The first place of [place, end) that holds `byte`, or null. Tokens are
+// mostly short, so the search runs inline, 32 and then 16 bytes a step, each
+// load inside the range; the last few bytes are looked at one by one.
+const char *find_byte(const char *place, const char *end, char byte) {
+    const auto d = static_cast<unsigned char>(byte);
+    const auto hits_at = [d](const char *at) {
+        return reinterpret_cast<ByteLanes>(
+            load_lanes(reinterpret_cast<const unsigned char *>(at)) == d);
+    };
+    constexpr auto kStep = static_cast<ptrdiff_t>(sizeof(ByteLanes));
+    for (; end - place >= 2 * kStep; place += 2 * kStep) {
+        const ByteLanes first = hits_at(place), second = hits_at(place + kStep);
+        if (any_lane(first | second)) {
+            return any_lane(first) ? place + first_lane(first) : place + kStep + first_lane(second);
+        }
+    }
+    if (end - place >= kStep) {
+        const ByteLanes hits = hits_at(place);
+        if (any_lane(hits)) {
+            return place + first_lane(hits);
+        }
+        place += kStep;
+    }
+    for (; place != end; ++place) {
+        if (*place == byte) {
+            return place;
+        }
+    }
+    return nullptr;
+}
+
+// With a one-byte delimiter a token is a maximal run of other bytes: the
+// same walk, the delimiters stepped over one compare each and the next one
+// found by find_byte.
+template <typename Visit> bool for_each_run(std::string_view text, char delimiter, Visit visit) {
+    const char *place = text.data();
+    const char *const end = place + text.size();
+    while (true) {
+        while (place != end && *place == delimiter) {
+            ++place;
+        }
+        if (place == end) {
+            return true;
+        }
+        const char *next = find_byte(place, end, delimiter);
+        const char *token_end = next != nullptr ? next : end;
+        if (!visit(std::string_view(place, static_cast<size_t>(token_end - place)))) {
+            return false;
+        }
+        if (next == nullptr) {
+            return true;
+        }
+        place = next + 1;
+    }
+}
+
+// The sum of the eight bytes of a word.
+inline uint64_t sum_of_bytes(uint64_t word) {
+    word = (word & 0x00FF00FF00FF00FF) + ((word >> 8) & 0x00FF00FF00FF00FF);
+    return (word * 0x0001000100010001) >> 48;
+}
+
+// How many tokens a one-byte delimiter makes of `text`, which is how many
+// places start a run of other bytes: its first byte unless that is the
+// delimiter, and each byte after a delimiter that is not one itself. Counted
+// sixteen places at a time, each load inside the text.
+uint64_t count_runs(std::string_view text, char delimiter) {
+    const auto *bytes = reinterpret_cast<const unsigned char *>(text.data());
+    const size_t length = text.size();
+    const auto d = static_cast<unsigned char>(delimiter);
+    if (length == 0) {
+        return 0;
+    }
+    uint64_t runs = bytes[0] != d ? 1 : 0;
+    size_t i = 1;
+    // A run starts where the byte before is a delimiter and the byte is not.
+    const auto starts_at = [bytes, d](size_t at) {
+        const auto delimiter_here = reinterpret_cast<ByteLanes>(load_lanes(bytes + at) == d);
+        const auto delimiter_before = reinterpret_cast<ByteLanes>(load_lanes(bytes + at - 1) == d);
+        return delimiter_before & ~delimiter_here;
+    };
+    constexpr size_t kStep = sizeof(ByteLanes);
+    while (i + kStep <= length) {
+        // Each lane counts at most 254 starts before the lanes are summed.
+        ByteLanes starts = {};
+        int round = 0;
+        for (; round < 127 && i + 2 * kStep <= length; ++round, i += 2 * kStep) {
+            starts -= starts_at(i);
+            starts -= starts_at(i + kStep);
+        }
+        if (round < 127 && i + kStep <= length) {
+            starts -= starts_at(i);
+            i += kStep;
+        }
+        uint64_t halves[2];
+        std::memcpy(halves, &starts, sizeof halves);
+        runs += sum_of_bytes(halves[0]) + sum_of_bytes(halves[1]);
+    }
+    for (; i < length; ++i) {
+        runs += bytes[i] != d && bytes[i - 1] == d ? 1 : 0;
+    }
+    return runs;
+}
+
 // Walks the tokens of `text` in order, handing each to `visit`, and stops
 // early when `visit` returns false. Both passes of a split walk here, so the
-// second meets exactly the tokens the first counted. The text is measured
-// once by the caller and its rest carried along.
+// second meets exactly the tokens the first counted; with a one-byte
+// delimiter the first pass is count_runs, which counts the same runs. The
+// text is measured once by the caller and its rest carried along.
 template <typename Visit>
 bool for_each_token(std::string_view text, std::string_view delimiter, Visit visit) {
+    if (delimiter.size() == 1) {
+        return for_each_run(text, delimiter[0], visit);
+    }
     std::string_view rest = text;
     while (true) {
         const char *token = skip_delimiters(rest, delimiter);
@@ -217,10 +433,14 @@ tav_status tav_util_split(const char *text, const char *delimiter, char ***out,
     const std::string_view separator(delimiter);
 
     *count_out = 0;
-    for_each_token(whole, separator, [count_out](std::string_view) {
-        ++*count_out;
-        return true;
-    });
+    if (separator.size() == 1) {
+        *count_out = count_runs(whole, separator[0]);
+    } else {
+        for_each_token(whole, separator, [count_out](std::string_view) {
+            ++*count_out;
+            return true;
+        });
+    }
     if (*count_out == 0) {
         *out = nullptr;
         return TAV_OK;
@@ -281,10 +501,16 @@ tav_status tav_util_join(const char *const *texts, uint64_t count, const char *s
     if (*out == nullptr) {
         return tav::traced(TAV_SITE, TAV_ERR_NOMEM);
     }
-    // The terminator comes from the zero fill.
+    // The terminator comes from the zero fill. The separator's length is
+    // known, so it is copied as bytes rather than searched for its end.
     char *end = stpcpy(*out, texts[0]);
     for (uint64_t i = 1; i < count; ++i) {
-        end = stpcpy(end, separator);
+        if (separator_length == 1) {
+            *end++ = *separator;
+        } else {
+            std::memcpy(end, separator, separator_length);
+            end += separator_length;
+        }
         end = stpcpy(end, texts[i]);
     }
     return TAV_OK;

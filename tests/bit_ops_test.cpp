@@ -118,9 +118,19 @@ TEST(BitOps, Base64GivesTheWorkedValuesSilentlyInExactBlocks) {
 // anywhere, or line breaks every 76 characters, decode as the text without them.
 TEST(BitOps, Base64RoundTripsAndSkipsForeignBytes) {
     std::mt19937 engine(3);
-    for (size_t length = 0; length < 40; ++length) {
+    for (size_t length = 0; length < 80; ++length) {
         const std::string input = random_bytes(engine, length);
-        EXPECT_EQ(decode(call(kEncode, input, length).bytes), input) << length;
+        std::string plain; // group by group, as the rule reads
+        for (size_t i = 0; i < length; i += 3) {
+            const auto byte = [&](size_t k) { return k < length ? uint8_t(input[k]) : 0u; };
+            const unsigned group = byte(i) << 16 | byte(i + 1) << 8 | byte(i + 2);
+            for (size_t c = 0; c < 4; ++c) {
+                plain += i + c <= length ? kAlphabet[group >> (18 - 6 * c) & 63] : '=';
+            }
+        }
+        const std::string text = call(kEncode, input, length).bytes;
+        EXPECT_EQ(text, plain) << length;
+        EXPECT_EQ(decode(text), input) << length;
     }
     for (int round = 0; round < 2000; ++round) {
         std::string text(engine() % 41, '\0'), usable;
@@ -129,6 +139,15 @@ TEST(BitOps, Base64RoundTripsAndSkipsForeignBytes) {
             usable += kAlphabet.find(c) != std::string::npos ? std::string(1, c) : "";
         }
         EXPECT_EQ(decode(text), decode(usable)) << text;
+    }
+    // One foreign byte at each place of a long text, among them the
+    // neighbours of each range of the alphabet.
+    const std::string clean = call(kEncode, random_bytes(engine, 75), 75).bytes;
+    const std::string foreign(".,*@[`{:=\n\x80\xff\0", 13);
+    for (size_t place = 0; place <= clean.size(); ++place) {
+        const std::string text =
+            clean.substr(0, place) + foreign[place % foreign.size()] + clean.substr(place);
+        EXPECT_EQ(decode(text), decode(clean)) << place;
     }
     const std::string input = random_bytes(engine, 1000);
     std::string wrapped = call(kEncode, input, input.size()).bytes;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -277,6 +278,73 @@ TEST(Strbuf, Substitute) {
             tavtest::clear_reports();
         });
     EXPECT_EQ(failures, 3);
+}
+
+// Substitution as one append per piece, the record measured at each: the
+// oracle for the library's, which keeps the length and copies in directly
+// the pieces that fit.
+int32_t substitute_piece_by_piece(tav_util_strbuf *record, const char *needle, const char *format,
+                                  ...) {
+    va_list args;
+    va_start(args, format);
+    tav_util_strbuf *scratch = tav_util_strbuf_new(record->capacity);
+    const char *pos = record->text;
+    uint32_t delta = 0;
+    for (const char *match; (match = std::strstr(pos, needle)) != nullptr;
+         pos = match + std::strlen(needle)) {
+        tav_util_strbuf_append_f(scratch, "%.*s", static_cast<int>(match - pos), pos);
+        va_list copy;
+        va_copy(copy, args);
+        delta += static_cast<uint32_t>(tav_util_strbuf_append_fv(scratch, format, copy));
+        va_end(copy);
+        delta -= static_cast<uint32_t>(std::strlen(needle));
+    }
+    tav_util_strbuf_append_f(scratch, "%s", pos);
+    va_end(args);
+    std::swap(record->text, scratch->text);
+    record->capacity = scratch->capacity;
+    tav_util_strbuf_free(scratch);
+    return static_cast<int32_t>(delta);
+}
+
+// Many matches, so that the scratch text grows many times; a literal
+// replacement, a formatted one, and one that writes a zero byte (the text
+// ends there, and the next piece overwrites it). Text, capacity, block sizes
+// and lines, under every failure of a growth, are those of the oracle.
+TEST(Strbuf, SubstituteKeepsWhatOneAppendPerPieceMakes) {
+    std::string text;
+    for (int i = 0; i < 60; ++i) {
+        text += std::string(i % 7, 'a' + i % 26) + "<>";
+    }
+    const struct {
+        int32_t capacity;
+        const char *format, *argument;
+    } rows[] = {{8, "[replaced]", nullptr}, {64, "%s!", "twelve chars"}, {8, "%c-", nullptr}};
+    for (const auto &row : rows) {
+        const char *format = row.format, *argument = row.argument;
+        auto outcome = [&](long nth, auto substitute) {
+            Buffer buffer = make_buffer(row.capacity, text.c_str());
+            tavtest::clear_reports();
+            int32_t delta = 0;
+            const auto run = tavtest::run_allocations(nth, [&] {
+                delta = argument ? substitute(buffer.get(), "<>", 0, format, argument)
+                                 : substitute(buffer.get(), "<>", 0, format, 0);
+            });
+            return std::tuple(delta, std::string(buffer->text), buffer->capacity,
+                              tavtest::report_summary(), run.sizes, run.injected);
+        };
+        auto oracle = [](tav_util_strbuf *record, const char *needle, int32_t, const char *format,
+                         auto argument) {
+            return substitute_piece_by_piece(record, needle, format, argument);
+        };
+        // From the third allocation on: the scratch record's own two are
+        // the other test's.
+        for (long nth = 0, injected = 1; injected; nth = nth == 0 ? 3 : nth + 1) {
+            const auto ours = outcome(nth, tav_util_strbuf_substitute);
+            ASSERT_EQ(ours, outcome(nth, oracle)) << format << ", nth " << nth;
+            injected = nth == 0 || std::get<5>(ours);
+        }
+    }
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <cwchar>
 #include <dlfcn.h>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -121,6 +122,43 @@ TEST_F(StringOps, HexPairsReadExactlyAsSscanfDoes) {
     }
 }
 
+// Sixteen pairs at a step where all are digits: lengths 0 to 80 of a
+// mixed-case text, clean and with one character that is not a digit at
+// each place, read as sscanf "%2x" reads them; and every length of text to
+// 40 bytes, as "%02x" writes them.
+TEST_F(StringOps, HexTextInWholeStepsAndTheirTails) {
+    const std::string digits = "0123456789abcdefABCDEF5a7F00ffe1" + std::string(48, 'c');
+    for (size_t bad = 0; bad <= digits.size(); ++bad) {
+        std::string text = digits;
+        if (bad < text.size()) {
+            text[bad] = bad % 2 != 0 ? 'g' : ' ';
+        }
+        for (uint64_t length = 0; length <= text.size(); ++length) {
+            uint8_t *bytes = nullptr;
+            ASSERT_EQ(tav_util_sscanf_bytes(text.c_str(), length, &bytes), TAV_OK);
+            unsigned value = 0;
+            for (size_t i = 0; i < length / 2; ++i) {
+                std::sscanf(text.c_str() + 2 * i, "%2x", &value);
+                ASSERT_EQ(bytes[i], value & 0xFF) << i << " of " << length << " of " << text;
+            }
+            std::free(bytes);
+        }
+    }
+    Bytes bytes;
+    std::string expected;
+    for (int byte = 0; byte <= 40; ++byte) {
+        char *text = nullptr;
+        ASSERT_EQ(tav_util_sprintf_bytes(bytes.data(), bytes.size(), &text), TAV_OK);
+        EXPECT_EQ(text, expected);
+        std::free(text);
+        const auto value = static_cast<uint8_t>(byte * 0x35 + 0x0F); // every nibble, over time
+        char pair[3];
+        std::snprintf(pair, sizeof pair, "%02x", value);
+        bytes.push_back(value);
+        expected += pair;
+    }
+}
+
 // Each row runs once with each allocation failing (the array, then each
 // token), then whole. The last two rows: an empty delimiter never matches.
 TEST_F(StringOps, SplitTableAndFailures) {
@@ -172,6 +210,51 @@ TEST_F(StringOps, SplitTableAndFailures) {
                   static_cast<const void *>("a"), nullptr, static_cast<void *>(&tokens), nullptr);
     EXPECT_EQ(tavtest::report_summary(),
               (Lines{line, "trace tav_util_split src/string_ops.cpp 3"}));
+}
+
+// A one-byte delimiter makes the maximal runs of other bytes: texts of every
+// length to 70 at several densities of delimiters (and one long enough for
+// many rounds of counting), checked against that plain rule.
+TEST_F(StringOps, SplitOnOneByteMakesTheRunsOfOtherBytes) {
+    std::mt19937 engine(5);
+    std::string alternating;
+    for (int i = 0; i < 3000; ++i) {
+        alternating += "a,";
+    }
+    std::vector<std::pair<std::string, char>> texts = {{alternating, ','}};
+    for (const char d : {',', '\xff'}) {
+        for (size_t length = 0; length <= 70; ++length) {
+            for (const unsigned one_in : {2, 5, 40}) {
+                std::string text;
+                for (size_t i = 0; i < length; ++i) {
+                    text += engine() % one_in == 0 ? d : static_cast<char>('a' + i % 26);
+                }
+                texts.emplace_back(text, d);
+            }
+        }
+    }
+    for (const auto &[text, d] : texts) {
+        std::vector<std::string> expected(1);
+        for (const char c : text) {
+            if (c != d) {
+                expected.back() += c;
+            } else if (!expected.back().empty()) {
+                expected.emplace_back();
+            }
+        }
+        if (expected.back().empty()) {
+            expected.pop_back();
+        }
+        char **tokens = nullptr;
+        uint64_t count = 0;
+        ASSERT_EQ(tav_util_split(text.c_str(), std::string(1, d).c_str(), &tokens, &count), TAV_OK);
+        const std::vector<std::string> made(tokens, tokens + count);
+        for (uint64_t i = 0; i < count; ++i) {
+            std::free(tokens[i]);
+        }
+        std::free(tokens);
+        ASSERT_EQ(made, expected) << text;
+    }
 }
 
 TEST_F(StringOps, JoinSizesWithTheTerminatorAndFailsCleanly) {
