@@ -33,5 +33,7 @@
 /* spawn, child timeout, process search, signals */
 
 /* pid file, status record, environment, group, host */
+#include "tavutil/proc_stat.h"
+#include "tavutil/identity.h"
 
 #endif

@@ -1,0 +1,114 @@
+#include "host_inject.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using FopenFn = FILE *(*)(const char *, const char *);
+using SysconfFn = long (*)(int);
+
+const char *redirect_from = nullptr;
+const char *redirect_to = nullptr;
+bool sysconf_active = false;
+int sysconf_name = 0;
+long sysconf_result = 0;
+int sysconf_error = 0;
+
+template <typename Fn> Fn next(const char *name) {
+    return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
+}
+
+FopenFn real_fopen() {
+    static FopenFn real = next<FopenFn>("fopen");
+    return real;
+}
+
+SysconfFn real_sysconf() {
+    static SysconfFn real = next<SysconfFn>("sysconf");
+    return real;
+}
+
+} // namespace
+
+extern "C" FILE *fopen(const char *path, const char *mode) {
+    if (redirect_from != nullptr && path != nullptr && std::strcmp(path, redirect_from) == 0) {
+        path = redirect_to;
+    }
+    return real_fopen()(path, mode);
+}
+
+extern "C" long sysconf(int name) {
+    if (sysconf_active && name == sysconf_name) {
+        errno = sysconf_error;
+        return sysconf_result;
+    }
+    return real_sysconf()(name);
+}
+
+namespace tavtest {
+
+FopenRedirect::FopenRedirect(const char *from, const char *to) {
+    real_fopen(); // resolve before the redirection is in force
+    redirect_from = from;
+    redirect_to = to;
+}
+
+FopenRedirect::~FopenRedirect() { redirect_from = nullptr; }
+
+SysconfOverride::SysconfOverride(int name, long result, int error) {
+    real_sysconf();
+    sysconf_name = name;
+    sysconf_result = result;
+    sysconf_error = error;
+    sysconf_active = true;
+}
+
+SysconfOverride::~SysconfOverride() { sysconf_active = false; }
+
+std::vector<std::string> in_child(const std::function<std::vector<std::string>()> &body) {
+    int channel[2];
+    if (pipe(channel) != 0) {
+        return {"pipe failed"};
+    }
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        close(channel[0]);
+        std::string out;
+        for (const std::string &line : body()) {
+            out += line + '\n';
+        }
+        for (size_t done = 0; done < out.size();) {
+            const ssize_t n = write(channel[1], out.data() + done, out.size() - done);
+            if (n <= 0) {
+                _exit(1);
+            }
+            done += static_cast<size_t>(n);
+        }
+        _exit(0);
+    }
+    close(channel[1]);
+    std::string text;
+    char chunk[4096];
+    for (ssize_t n; (n = read(channel[0], chunk, sizeof chunk)) > 0;) {
+        text.append(chunk, static_cast<size_t>(n));
+    }
+    close(channel[0]);
+    int wstatus = 0;
+    waitpid(child, &wstatus, 0);
+    if (!WIFEXITED(wstatus) || WEXITSTATUS(wstatus) != 0) {
+        return {"child ended with wait status " + std::to_string(wstatus)};
+    }
+    std::vector<std::string> lines;
+    for (size_t at = 0, end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
+        lines.push_back(text.substr(at, end - at));
+    }
+    return lines;
+}
+
+} // namespace tavtest

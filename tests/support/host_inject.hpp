@@ -1,0 +1,34 @@
+// Redirections of libc calls for the process and host tests, and a way to run
+// a test body in a child process when it changes what the process shares.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tavtest {
+
+// While one exists, fopen of exactly `from` opens `to` instead, so a parser
+// can be fed a prepared file in place of a system one.
+class FopenRedirect {
+  public:
+    FopenRedirect(const char *from, const char *to);
+    ~FopenRedirect();
+    FopenRedirect(const FopenRedirect &) = delete;
+    FopenRedirect &operator=(const FopenRedirect &) = delete;
+};
+
+// While one exists, sysconf(name) returns `result`, with errno set to `error`.
+class SysconfOverride {
+  public:
+    SysconfOverride(int name, long result, int error);
+    ~SysconfOverride();
+    SysconfOverride(const SysconfOverride &) = delete;
+    SysconfOverride &operator=(const SysconfOverride &) = delete;
+};
+
+// Runs `body` in a forked child and hands back the lines it returned, or a
+// single line telling how the child ended if it did not return normally.
+std::vector<std::string> in_child(const std::function<std::vector<std::string>()> &body);
+
+} // namespace tavtest
