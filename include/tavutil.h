@@ -25,6 +25,9 @@
 /* collection, rotating sum, option parser */
 
 /* descriptor files, named files, sync, paths */
+#include "tavutil/file.h"
+#include "tavutil/path.h"
+#include "tavutil/sync.h"
 
 /* directories */
 

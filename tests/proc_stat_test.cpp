@@ -16,9 +16,9 @@
 #include <vector>
 
 #include "alloc_inject.hpp"
-#include "host_inject.hpp"
 #include "internal/proc_stat.hpp"
 #include "recorder.hpp"
+#include "syscall_inject.hpp"
 #include "tavutil.h"
 
 namespace {
@@ -196,7 +196,10 @@ TEST(ProcStat, CraftedLines) {
         {line({{2, "name"}}), TAV_OK, {}, fields({})},
     };
     const std::string file = testing::TempDir() + "crafted_stat";
-    tavtest::FopenRedirect redirect("/proc/self/stat", file.c_str());
+    tavtest::SyscallPlan plan;
+    plan.fopen_from = "/proc/self/stat";
+    plan.fopen_to = file.c_str();
+    tavtest::SyscallInjection redirect(plan);
     for (const Row &row : rows) {
         SCOPED_TRACE(row.line);
         std::ofstream(file, std::ios::trunc) << row.line;
@@ -218,7 +221,10 @@ TEST(ProcStat, FailuresLeaveAZeroedRecord) {
     EXPECT_EQ(record_tokens(r), zero);
     {
         // A directory opens as a stream, and its read fails.
-        tavtest::FopenRedirect redirect("/proc/self/stat", "/");
+        tavtest::SyscallPlan plan;
+        plan.fopen_from = "/proc/self/stat";
+        plan.fopen_to = "/";
+        tavtest::SyscallInjection redirect(plan);
         r = dirty_record();
         EXPECT_EQ(tav_util_proc_stat(&r, 0), TAV_ERR_READ);
         EXPECT_EQ(record_tokens(r), zero);

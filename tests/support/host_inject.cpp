@@ -2,45 +2,25 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <dlfcn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
-using FopenFn = FILE *(*)(const char *, const char *);
 using SysconfFn = long (*)(int);
 
-const char *redirect_from = nullptr;
-const char *redirect_to = nullptr;
 bool sysconf_active = false;
 int sysconf_name = 0;
 long sysconf_result = 0;
 int sysconf_error = 0;
 
-template <typename Fn> Fn next(const char *name) {
-    return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
-}
-
-FopenFn real_fopen() {
-    static FopenFn real = next<FopenFn>("fopen");
-    return real;
-}
-
 SysconfFn real_sysconf() {
-    static SysconfFn real = next<SysconfFn>("sysconf");
+    static SysconfFn real = reinterpret_cast<SysconfFn>(dlsym(RTLD_NEXT, "sysconf"));
     return real;
 }
 
 } // namespace
-
-extern "C" FILE *fopen(const char *path, const char *mode) {
-    if (redirect_from != nullptr && path != nullptr && std::strcmp(path, redirect_from) == 0) {
-        path = redirect_to;
-    }
-    return real_fopen()(path, mode);
-}
 
 extern "C" long sysconf(int name) {
     if (sysconf_active && name == sysconf_name) {
@@ -51,14 +31,6 @@ extern "C" long sysconf(int name) {
 }
 
 namespace tavtest {
-
-FopenRedirect::FopenRedirect(const char *from, const char *to) {
-    real_fopen(); // resolve before the redirection is in force
-    redirect_from = from;
-    redirect_to = to;
-}
-
-FopenRedirect::~FopenRedirect() { redirect_from = nullptr; }
 
 SysconfOverride::SysconfOverride(int name, long result, int error) {
     real_sysconf();

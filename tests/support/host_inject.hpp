@@ -1,5 +1,5 @@
-// Redirections of libc calls for the process and host tests, and a way to run
-// a test body in a child process when it changes what the process shares.
+// A scripted sysconf for the host tests, and a way to run a test body in a
+// child process when it changes what the process shares.
 #pragma once
 
 #include <functional>
@@ -7,16 +7,6 @@
 #include <vector>
 
 namespace tavtest {
-
-// While one exists, fopen of exactly `from` opens `to` instead, so a parser
-// can be fed a prepared file in place of a system one.
-class FopenRedirect {
-  public:
-    FopenRedirect(const char *from, const char *to);
-    ~FopenRedirect();
-    FopenRedirect(const FopenRedirect &) = delete;
-    FopenRedirect &operator=(const FopenRedirect &) = delete;
-};
 
 // While one exists, sysconf(name) returns `result`, with errno set to `error`.
 class SysconfOverride {
