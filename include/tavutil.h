@@ -36,6 +36,7 @@
 /* spawn, child timeout, process search, signals */
 
 /* pid file, status record, environment, group, host */
+#include "tavutil/pid_file.h"
 #include "tavutil/proc_stat.h"
 #include "tavutil/identity.h"
 

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include "tavutil.h"
@@ -142,6 +143,7 @@ template <typename Handle, Handle Empty, void (*Release)(Handle)> class Owned {
 template <typename T> void free_block(T *block) { std::free(block); }
 inline void close_descriptor(int fd) { ::close(fd); }
 inline void close_stream(FILE *stream) { std::fclose(stream); }
+inline void unlock_descriptor(int fd) { ::flock(fd, LOCK_UN); }
 
 // A malloc-family block owned until released to the caller.
 template <typename T> using MallocPtr = Owned<T *, nullptr, free_block<T>>;
@@ -149,5 +151,7 @@ template <typename T> using MallocPtr = Owned<T *, nullptr, free_block<T>>;
 using UniqueFd = Owned<int, -1, close_descriptor>;
 // A stream the operation opened for itself.
 using UniqueFile = Owned<FILE *, nullptr, close_stream>;
+// A flock the operation holds on a descriptor it keeps open meanwhile.
+using HeldFlock = Owned<int, -1, unlock_descriptor>;
 
 } // namespace tav

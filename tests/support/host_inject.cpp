@@ -9,18 +9,34 @@
 namespace {
 
 using SysconfFn = long (*)(int);
+using FlockFn = int (*)(int, int);
 
 bool sysconf_active = false;
 int sysconf_name = 0;
 long sysconf_result = 0;
 int sysconf_error = 0;
+std::function<void()> before_flock;
 
 SysconfFn real_sysconf() {
     static SysconfFn real = reinterpret_cast<SysconfFn>(dlsym(RTLD_NEXT, "sysconf"));
     return real;
 }
 
+FlockFn real_flock() {
+    static FlockFn real = reinterpret_cast<FlockFn>(dlsym(RTLD_NEXT, "flock"));
+    return real;
+}
+
 } // namespace
+
+extern "C" int flock(int fd, int operation) {
+    if (before_flock) {
+        const std::function<void()> before = std::move(before_flock);
+        before_flock = nullptr;
+        before();
+    }
+    return real_flock()(fd, operation);
+}
 
 extern "C" long sysconf(int name) {
     if (sysconf_active && name == sysconf_name) {
@@ -41,6 +57,13 @@ SysconfOverride::SysconfOverride(int name, long result, int error) {
 }
 
 SysconfOverride::~SysconfOverride() { sysconf_active = false; }
+
+BeforeFlock::BeforeFlock(std::function<void()> before) {
+    real_flock();
+    before_flock = std::move(before);
+}
+
+BeforeFlock::~BeforeFlock() { before_flock = nullptr; }
 
 std::vector<std::string> in_child(const std::function<std::vector<std::string>()> &body) {
     int channel[2];

@@ -1,4 +1,4 @@
-// A scripted sysconf for the host tests, and a way to run a test body in a
+// A scripted sysconf and a hook on flock for the host tests, and a way to run a test body in a
 // child process when it changes what the process shares.
 #pragma once
 
@@ -15,6 +15,16 @@ class SysconfOverride {
     ~SysconfOverride();
     SysconfOverride(const SysconfOverride &) = delete;
     SysconfOverride &operator=(const SysconfOverride &) = delete;
+};
+
+// While one exists, `before` runs once, as the next flock is called: a test
+// can let another process take the lock at that moment.
+class BeforeFlock {
+  public:
+    explicit BeforeFlock(std::function<void()> before);
+    ~BeforeFlock();
+    BeforeFlock(const BeforeFlock &) = delete;
+    BeforeFlock &operator=(const BeforeFlock &) = delete;
 };
 
 // Runs `body` in a forked child and hands back the lines it returned, or a
