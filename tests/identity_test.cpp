@@ -1,18 +1,12 @@
-// Environment, effective group and host name. Whatever changes what the
-// process shares runs in a child, which hands back what it saw as lines.
+// Environment, effective group and host name. What changes what the process
+// shares runs in a child, which hands back what it saw as lines.
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <functional>
 #include <grp.h>
-#include <optional>
 #include <sched.h>
 #include <set>
-#include <string>
 #include <sys/utsname.h>
-#include <unistd.h>
-#include <vector>
 
 #include "alloc_inject.hpp"
 #include "host_inject.hpp"
@@ -23,13 +17,20 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// A heap text as a line, freed; "null" for none.
-std::string shown(char *text) {
+std::string shown(char *text) { // a heap text, freed
     const std::string line = text == nullptr ? "null" : "'" + std::string(text) + "'";
     std::free(text);
     return line;
 }
 std::string shown(tav_status status) { return std::to_string(status); }
+
+std::string reports() { // " | report" each
+    std::string line;
+    for (const std::string &report : tavtest::report_summary()) {
+        line += " | " + report;
+    }
+    return line;
+}
 
 // One call as a line: its result, the size of its first allocation, the
 // blocks it left to the caller, and its reports.
@@ -37,115 +38,80 @@ template <typename Call> std::string observe(long fail_at, Call call) {
     tavtest::clear_reports();
     decltype(call()) result{};
     const tavtest::AllocRun run = tavtest::run_allocations(fail_at, [&] { result = call(); });
-    std::string line = shown(result) + " |";
-    if (!run.sizes.empty()) {
-        line += " " + std::to_string(run.sizes[0]);
-    }
-    line += " | " + std::to_string(run.live_blocks);
-    for (const std::string &report : tavtest::report_summary()) {
-        line += " | " + report;
-    }
-    return line;
+    return shown(result) + " |" + (run.sizes.empty() ? "" : " " + std::to_string(run.sizes[0])) +
+           " | " + std::to_string(run.live_blocks) + reports();
 }
 
 TEST(Identity, GetenvCopiesValuesUpTo299Characters) {
     const std::string v299(299, 'v');
-    struct Row {
-        const char *name;
-        std::optional<std::string> value; // none: not set
-        long fail_at;
-        std::string expected;
-    };
-    const Row rows[] = {
-        {nullptr, std::nullopt, 0, "null | | 0"}, {"TAV_UNSET", std::nullopt, 0, "null | | 0"},
-        {"TAV_EMPTY", "", 0, "'' | 1 | 1"},       {"TAV_299", v299, 0, "'" + v299 + "' | 300 | 1"},
-        {"TAV_300", v299 + "v", 0, "null | | 0"}, {"TAV_SHORT", "abc", 1, "null | 4 | 0"},
-    };
-    Lines expected;
-    for (const Row &row : rows) {
-        expected.push_back(row.expected);
-    }
-    expected.push_back("copy kept: 'abc'");
+    const Lines expected{"null | | 0", "null | | 0",   "'' | 1 | 1", "'" + v299 + "' | 300 | 1",
+                         "null | | 0", "null | 4 | 0", "'abc'"};
     EXPECT_EQ(tavtest::in_child([&] {
+                  setenv("EMPTY", "", 1), setenv("V299", v299.c_str(), 1);
+                  setenv("V300", (v299 + "v").c_str(), 1), setenv("SHORT", "abc", 1);
                   Lines seen;
-                  for (const Row &row : rows) {
-                      if (row.value) {
-                          setenv(row.name, row.value->c_str(), 1);
-                      }
-                      seen.push_back(
-                          observe(row.fail_at, [&] { return tav_util_getenv(row.name); }));
+                  for (const char *name :
+                       {static_cast<const char *>(nullptr), "UNSET", "EMPTY", "V299", "V300"}) {
+                      seen.push_back(observe(0, [&] { return tav_util_getenv(name); }));
                   }
-                  // A copy, not the environment's storage: a later change leaves it.
-                  char *copy = tav_util_getenv("TAV_SHORT");
-                  setenv("TAV_SHORT", "xyz", 1);
-                  seen.push_back("copy kept: " + shown(copy));
+                  seen.push_back(observe(1, [] { return tav_util_getenv("SHORT"); }));
+                  char *copy = tav_util_getenv("SHORT"); // not the environment's storage
+                  setenv("SHORT", "xyz", 1);
+                  seen.push_back(shown(copy));
                   return seen;
               }),
               expected);
 }
 
+// Each line: the status, the reports, then the variable V.
 TEST(Identity, SetenvAndUnsetenv) {
-    const std::string set = "trace tav_util_setenv src/env/linux.cpp ";
-    const std::string unset = "trace tav_util_unsetenv src/env/linux.cpp ";
-    const std::string set_line = "perror tav_util_setenv src/env/linux.cpp ";
-    const std::string unset_line = "perror tav_util_unsetenv src/env/linux.cpp ";
-    const std::string einval = std::to_string(EINVAL) + " Failed to ";
-    struct Row {
-        std::function<tav_status()> call;
-        std::string expected; // status, then the variable TAV_V, then the reports
+    auto refused = [](const char *op, int error) {
+        const std::string fn = std::string("tav_util_") + op + "env src/env/linux.cpp ";
+        return "6 | perror " + fn + std::to_string(error) + " Failed to " + op +
+               " environment variable | trace " + fn + "6";
     };
-    const Row rows[] = {
-        {[] { return tav_util_setenv(nullptr, "x"); }, "3 null | " + set + "3"},
-        {[] { return tav_util_setenv("TAV_V", nullptr); }, "3 null | " + set + "3"},
-        {[] { return tav_util_setenv("", "x"); },
-         "6 null | " + set_line + einval + "set environment variable | " + set + "6"},
-        {[] { return tav_util_setenv("TAV_V=", "x"); },
-         "6 null | " + set_line + einval + "set environment variable | " + set + "6"},
-        {[] { return tav_util_setenv("TAV_V", "one"); }, "0 'one'"},
-        {[] { return tav_util_setenv("TAV_V", "two"); }, "0 'two'"},
-        {[] { return tav_util_unsetenv(nullptr); }, "3 'two' | " + unset + "3"},
-        {[] { return tav_util_unsetenv(""); },
-         "6 'two' | " + unset_line + einval + "unset environment variable | " + unset + "6"},
-        {[] { return tav_util_unsetenv("TAV_V=x"); },
-         "6 'two' | " + unset_line + einval + "unset environment variable | " + unset + "6"},
-        {[] { return tav_util_unsetenv("TAV_V"); }, "0 null"},
-        {[] { return tav_util_unsetenv("TAV_V"); }, "0 null"},
+    auto null = [](const char *op) {
+        return std::string("3 | trace tav_util_") + op + "env src/env/linux.cpp 3";
     };
-    Lines expected;
-    for (const Row &row : rows) {
-        expected.push_back(row.expected);
-    }
-    expected.push_back("6 | perror tav_util_setenv src/env/linux.cpp " + std::to_string(ENOMEM) +
-                       " Failed to set environment variable | " + set + "6");
-    EXPECT_EQ(tavtest::in_child([&] {
+    const Lines expected{null("set") + " null",
+                         null("set") + " null",
+                         refused("set", EINVAL) + " null",
+                         refused("set", EINVAL) + " null",
+                         "0 'one'",
+                         "0 'two'",
+                         null("unset") + " 'two'",
+                         refused("unset", EINVAL) + " 'two'",
+                         refused("unset", EINVAL) + " 'two'",
+                         "0 null",
+                         "0 null",
+                         refused("set", ENOMEM)};
+    EXPECT_EQ(tavtest::in_child([] {
                   Lines seen;
-                  for (const Row &row : rows) {
+                  auto row = [&](tav_status status) {
+                      seen.push_back(std::to_string(status) + reports() + " " +
+                                     shown(tav_util_getenv("V")));
                       tavtest::clear_reports();
-                      std::string line = std::to_string(row.call());
-                      line += " " + shown(tav_util_getenv("TAV_V"));
-                      for (const std::string &report : tavtest::report_summary()) {
-                          line += " | " + report;
-                      }
-                      seen.push_back(line);
-                  }
-                  // setenv's own allocations failing: each failure alike (setenv
-                  // does without some bookkeeping of its own, and succeeds).
+                  };
+                  row(tav_util_setenv(nullptr, "x"));
+                  row(tav_util_setenv("V", nullptr)); // refused, not crashed
+                  row(tav_util_setenv("", "x"));
+                  row(tav_util_setenv("V=", "x"));
+                  row(tav_util_setenv("V", "one"));
+                  row(tav_util_setenv("V", "two"));
+                  row(tav_util_unsetenv(nullptr));
+                  row(tav_util_unsetenv(""));
+                  row(tav_util_unsetenv("V=x"));
+                  row(tav_util_unsetenv("V"));
+                  row(tav_util_unsetenv("V")); // not set: no failure
+                  // setenv's own allocations failing (some it does without).
                   std::set<std::string> failed;
                   tav_status status = TAV_OK;
                   tavtest::for_each_allocation_failure(
-                      [&] {
-                          tavtest::clear_reports();
-                          status = tav_util_setenv("TAV_NEW", "value");
-                      },
+                      [&] { tavtest::clear_reports(), status = tav_util_setenv("NEW", "x"); },
                       [&](long, const tavtest::AllocRun &) {
-                          if (status == TAV_OK) {
-                              return;
+                          if (status != TAV_OK) {
+                              failed.insert(std::to_string(status) + reports());
                           }
-                          std::string line = std::to_string(status);
-                          for (const std::string &report : tavtest::report_summary()) {
-                              line += " | " + report;
-                          }
-                          failed.insert(line);
                       });
                   seen.insert(seen.end(), failed.begin(), failed.end());
                   return seen;
@@ -154,79 +120,60 @@ TEST(Identity, SetenvAndUnsetenv) {
 }
 
 TEST(Identity, EnsureEgid) {
-    const std::string where = "ensure_egid src/permissions/permissions_linux.cpp";
-    const std::string trace = "trace " + where + " ";
-    const std::string line = "log " + where + ": ";
-    const std::string g32(32, 'g');
-    const long size = sysconf(_SC_GETGR_R_SIZE_MAX);
-    const std::string sized = std::to_string(size);
-    struct Row {
-        std::string name;
-        long fail_at;
-        long sysconf_result; // 0: the system's
-        std::string expected;
-    };
-    // clang-format off
-    const Row rows[] = {
-        {g32 + "g", 0, 0, "7 | | 0 | " + trace + "7 | 0"},
-        {g32, 0, 0, "6 | " + sized + " | 0 | log ensure_egid Failed to find group " + g32 + " | " + trace + "6 | 0"},
-        {"root", 0, -1, "6 | | 0 | " + line + "Failed to query group structure size  Reason: Invalid argument | " + trace + "6 | 0"},
+    const std::string trace = " | trace ensure_egid src/permissions/permissions_linux.cpp ";
+    const std::string line = " | log ensure_egid src/permissions/permissions_linux.cpp: ";
+    const std::string g32(32, 'g'), size = std::to_string(sysconf(_SC_GETGR_R_SIZE_MAX));
+    const Lines expected{
+        "3 | | 0" + trace + "3 0", "7 | | 0" + trace + "7 0",
+        "6 | " + size + " | 0 | log ensure_egid Failed to find group " + g32 + trace + "6 0",
+        "6 | | 0" + line + "Failed to query group structure size  Reason: Invalid argument" +
+            trace + "6 0",
         // A buffer too small for the record: the lookup's own error, no second try.
-        {"root", 0, 8, "6 | 8 | 0 | " + line + "Failed to query group root data  Reason: Numerical result out of range | " + trace + "6 | 0"},
-        {"root", 1, 0, "2 | " + sized + " | 0 | log ensure_egid Failed to allocate " + sized + " byte buffer | " + trace + "2 | 0"},
-        {"nogroup", 0, 0, "0 | " + sized + " | 0 | 65534"},
-    };
-    // clang-format on
-    Lines expected{"3 | | 0 | " + trace + "3 | 0"};
-    for (const Row &row : rows) {
-        expected.push_back(row.expected);
-    }
-    // Without the privilege, only the group change itself fails.
-    expected.push_back("6 | " + sized + " | 0 | " + line +
-                       "Failed to update effective gid for group root  Reason: Operation not "
-                       "permitted | " +
-                       trace + "6 | 65534");
+        "6 | 8 | 0" + line +
+            "Failed to query group root data  Reason: Numerical result out of range" + trace +
+            "6 0",
+        "2 | " + size + " | 0 | log ensure_egid Failed to allocate " + size + " byte buffer" +
+            trace + "2 0",
+        "0 | " + size + " | 0 65534",
+        // Without the privilege, only the change itself fails.
+        "6 | " + size + " | 0" + line +
+            "Failed to update effective gid for group root  Reason: Operation not permitted" +
+            trace + "6 65534"};
     EXPECT_EQ(tavtest::in_child([&] {
-                  // The lookups' one-time set-up is not the operation's.
-                  getgrnam("root");
-                  getgrnam(g32.c_str());
-                  // The line, then the effective group after the call.
-                  auto egid = [](long fail_at, const char *name) {
-                      std::string line = observe(fail_at, [&] { return ensure_egid(name); });
-                      return line + " | " + std::to_string(getegid());
+                  getgrnam("root"), getgrnam(g32.c_str()); // the lookups' one-time set-up
+                  Lines seen;
+                  auto row = [&](long fail_at, const char *name) {
+                      seen.push_back(observe(fail_at, [&] { return ensure_egid(name); }));
+                      seen.back() += " " + std::to_string(getegid());
                   };
-                  Lines seen{egid(0, nullptr)};
-                  for (const Row &row : rows) {
-                      std::optional<tavtest::SysconfOverride> override;
-                      if (row.sysconf_result != 0) {
-                          override.emplace(_SC_GETGR_R_SIZE_MAX, row.sysconf_result, EINVAL);
-                      }
-                      seen.push_back(egid(row.fail_at, row.name.c_str()));
+                  row(0, nullptr), row(0, (g32 + "g").c_str()), row(0, g32.c_str());
+                  for (long result : {-1, 8}) {
+                      tavtest::SysconfOverride sized(_SC_GETGR_R_SIZE_MAX, result, EINVAL);
+                      row(0, "root");
                   }
+                  row(1, "root"), row(0, "nogroup");
                   if (setgid(65534) != 0 || setuid(65534) != 0) {
                       return Lines{"could not drop privileges"};
                   }
-                  seen.push_back(egid(0, "root"));
+                  row(0, "root");
                   return seen;
               }),
               expected);
 }
 
+// A name as long as the buffer leaves no room for its terminator.
 TEST(Identity, Hostname) {
     utsname names{};
     uname(&names);
-    EXPECT_EQ(observe(0, [] { return tav_util_get_hostname(); }),
-              "'" + std::string(names.nodename) + "' | 64 | 1");
-    // A name as long as the buffer leaves no room for its terminator.
+    auto call = [] { return tav_util_get_hostname(); };
+    EXPECT_EQ(observe(0, call), "'" + std::string(names.nodename) + "' | 64 | 1");
     const std::string h63(63, 'h');
     EXPECT_EQ(tavtest::in_child([&] {
-                  if (unshare(CLONE_NEWUTS) != 0) {
+                  if (unshare(CLONE_NEWUTS) != 0 || sethostname(h63.data(), 63) != 0) {
                       return Lines{"no host name of its own"};
                   }
-                  auto call = [] { return tav_util_get_hostname(); };
-                  sethostname(h63.data(), h63.size());
                   Lines seen{observe(0, call), observe(1, call)};
-                  sethostname((h63 + "h").data(), h63.size() + 1);
+                  sethostname((h63 + "h").data(), 64);
                   seen.push_back(observe(0, call));
                   tavtest::SysconfOverride failing(_SC_HOST_NAME_MAX, -1, EINVAL);
                   seen.push_back(observe(0, call));
