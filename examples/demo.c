@@ -91,6 +91,22 @@ static void hashing_and_random(void) {
                                                                    : "");
 }
 
+/* The program's own options, from a table of rows:
+ *   --name TEXT (-n), --count N (-c), --verbose (-v). */
+static void options(int argc, char **argv) {
+    char *name = NULL; /* a string option must start out null */
+    int32_t count = 1, verbose = 0;
+    const tav_util_option rows[] = {
+        {'n', "name", tav_util_getopt_string, &name, 1},
+        {'c', "count", tav_util_getopt_int, &count, 1},
+        {'v', "verbose", tav_util_getopt_flag, &verbose, 0},
+    };
+    tav_status status = tav_util_getopt(argc, argv, rows, sizeof rows / sizeof rows[0]);
+    printf("options: status %d, name \"%s\", count %d, verbose %d\n", (int)status,
+           name != NULL ? name : "(none)", (int)count, (int)verbose);
+    free(name);
+}
+
 static void failure_report(void) {
     /* A failure reaches the error trace: a null out-argument. */
     tav_status status = tav_util_asprintf(NULL, NULL, "%d", 1);
@@ -98,7 +114,8 @@ static void failure_report(void) {
     tav_trace_print(stdout);
 }
 
-int main(void) {
+int main(int argc, char **argv) {
+    options(argc, argv);
     formatting();
     string_buffer();
     string_operations();

@@ -23,6 +23,9 @@
 #include "tavutil/integer.h"
 
 /* collection, rotating sum, option parser */
+#include "tavutil/collection.h"
+#include "tavutil/getopt.h"
+#include "tavutil/sum.h"
 
 /* descriptor files, named files, sync, paths */
 #include "tavutil/file.h"

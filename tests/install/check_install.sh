@@ -29,4 +29,9 @@ export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
 cc -o "$scratch/pc-consumer" "$source_dir/consumer/main.c" $(pkg-config --cflags --libs tavutil) \
    -Wl,-rpath-link,"$prefix/lib"
 [ "$("$scratch/pc-consumer")" = "installed-1" ]
+# A strict C99 caller's option table, through the installed header.
+# shellcheck disable=SC2046
+cc -std=c99 -pedantic -Werror -o "$scratch/c99-options" "$source_dir/../abi/c99_options.c" \
+   $(pkg-config --cflags --libs tavutil) -Wl,-rpath-link,"$prefix/lib"
+"$scratch/c99-options" >/dev/null
 echo "install: find_package and pkg-config consumers build and run"

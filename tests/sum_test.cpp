@@ -1,0 +1,110 @@
+// The rotating sum: the worked rotation, its refusals, and a long random run
+// compared bit for bit with a transcription of its arithmetic.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <random>
+
+#include "alloc_inject.hpp"
+#include "recorder.hpp"
+#include "tavutil.h"
+
+namespace {
+
+TEST(Sum, RotationSetAndFree) {
+    tav_util_sum sum{};
+    ASSERT_EQ(tav_util_sum_init(&sum, 2), TAV_OK);
+    tav_util_sum_inc(&sum, 1);
+    const double first = tav_util_sum_next(&sum);
+    tav_util_sum_inc(&sum, 2);
+    const double second = tav_util_sum_next(&sum), third = tav_util_sum_next(&sum);
+    EXPECT_EQ(std::tuple(first, second, third, tav_util_sum_get_total(&sum)),
+              std::tuple(1., 3., 2., 3.));
+    tav_util_sum_set(&sum, 5);
+    tav_util_sum_set(&sum, -7);
+    tav_util_sum_free(&sum);
+    tav_util_sum_free(&sum);
+    tav_util_sum_free(nullptr);
+    // Freed: the sums still read, and nothing touches the record.
+    tav_util_sum_inc(&sum, 1);
+    tav_util_sum_set(&sum, 1);
+    EXPECT_EQ(std::tuple(tav_util_sum_next(&sum), tav_util_sum_partial(&sum), sum.N, sum.cursor,
+                         tav_util_sum_get(&sum), tav_util_sum_get_total(&sum)),
+              std::tuple(-7., 0., 2u, 1u, -7., -4.));
+}
+
+TEST(Sum, RefusedInitLeavesTheRecord) {
+    const tav_util_sum before{7, 3, nullptr, 2.5, 4.5};
+    tav_util_sum sum = before;
+    const auto unchanged = [&] { return std::memcmp(&sum, &before, sizeof sum) == 0; };
+    tavtest::clear_reports();
+    EXPECT_TRUE(tav_util_sum_init(&sum, 0) == TAV_ERR_BAD_ARG && unchanged());
+    tav_status status = TAV_OK;
+    const long runs = tavtest::for_each_allocation_failure(
+        [&] { status = tav_util_sum_init(&sum, 3); },
+        [&](long, auto &run) {
+            EXPECT_TRUE(status == TAV_ERR_NOMEM && unchanged() && run.live_blocks == 0);
+            EXPECT_EQ(run.sizes, std::vector<size_t>{3 * sizeof(double)});
+        });
+    EXPECT_EQ(std::tuple(runs, status), std::tuple(1, TAV_OK)); // the last run succeeded
+    tav_util_sum_free(&sum);
+    sum = before;
+    EXPECT_TRUE(tav_util_sum_init(&sum, SIZE_MAX) == TAV_ERR_NOMEM && unchanged());
+    EXPECT_EQ(tav_util_sum_init(nullptr, 1), TAV_ERR_NULL_ARG);
+    const std::string in = "trace tav_util_sum_init src/sum_ops.cpp ";
+    EXPECT_EQ(tavtest::report_summary(),
+              (std::vector<std::string>{"log tav_util_sum_init N is zero", in + "7",
+                                        "log tav_util_sum_init calloc() failed, N=3", in + "2",
+                                        "log tav_util_sum_init calloc() failed, N=" +
+                                            std::to_string(SIZE_MAX),
+                                        in + "2", in + "3"}));
+}
+
+TEST(Sum, LongRandomRunMatchesItsTranscriptionBitForBit) {
+    std::mt19937_64 random(20240611);
+    const auto bits = [](double value) { return std::bit_cast<uint64_t>(value); };
+    long rests = 0;
+    for (const size_t n : {1, 2, 5, 16}) {
+        tav_util_sum sum{};
+        ASSERT_EQ(tav_util_sum_init(&sum, n), TAV_OK);
+        std::vector<double> slots(n); // the transcription: slots, cursor and the two sums
+        size_t cursor = 0;
+        double recent = 0, total = 0, got = 0, want = 0;
+        for (int step = 0; step < 20000; ++step) {
+            // Magnitudes far apart, so that sums lose low bits.
+            const double value = std::ldexp(double(int64_t(random() >> 11) - (int64_t{1} << 52)),
+                                            int(random() % 90) - 60);
+            double &slot = slots[cursor];
+            switch (random() % 3) {
+            case 0:
+                tav_util_sum_inc(&sum, value);
+                slot = slot + value, recent = recent + value, total = total + value;
+                break;
+            case 1:
+                tav_util_sum_set(&sum, value);
+                total = (total - slot) + value, recent = recent - slot;
+                slot = value, recent = recent + value;
+                break;
+            default:
+                got = tav_util_sum_next(&sum), want = recent;
+                cursor = (cursor + 1) % n;
+                recent = recent - slots[cursor], slots[cursor] = 0;
+            }
+            ASSERT_TRUE(bits(got) == bits(want) && bits(tav_util_sum_get(&sum)) == bits(recent) &&
+                        bits(tav_util_sum_get_total(&sum)) == bits(total) &&
+                        bits(tav_util_sum_partial(&sum)) == bits(slots[cursor]))
+                << "N " << n << " step " << step;
+            double fresh = 0;
+            for (double s : slots) {
+                fresh += s;
+            }
+            rests += bits(fresh) != bits(recent);
+        }
+        tav_util_sum_free(&sum);
+    }
+    EXPECT_GT(rests, 1000) << "the run must leave rounding rests for the check to mean much";
+}
+
+} // namespace
