@@ -35,8 +35,14 @@
 /* directories */
 
 /* time */
+#include "tavutil/timeout.h"
+#include "tavutil/timeval.h"
+#include "tavutil/clock.h"
 
 /* spawn, child timeout, process search, signals */
+#include "tavutil/spawn.h"
+
+#include "tavutil/signals.h"
 
 /* pid file, status record, environment, group, host */
 #include "tavutil/pid_file.h"
