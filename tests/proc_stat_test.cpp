@@ -134,6 +134,7 @@ TEST(ProcStat, CraftedLines) {
         // The name runs to the last ')': blanks and parentheses in it move nothing.
         {line({{2, "((a) b) c))"}}), record({{2, "(a) b) c)"}})},
         {line({{2, "(" + n70 + ")"}}), record({{2, n70.substr(0, 63)}})},
+        {line({{2, "()"}}), record({{2, ""}})},
         {line({{2, "(name"}}), record({{2, "(name"}})}, // without both, a token like any other
         {line({{2, "name"}}), record({})},
     };
