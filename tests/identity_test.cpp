@@ -87,6 +87,7 @@ TEST(Identity, SetenvAndUnsetenv) {
                          refused("set", ENOMEM)};
     EXPECT_EQ(tavtest::in_child([] {
                   Lines seen;
+                  tavtest::clear_reports(); // each row's call is made before row() runs
                   auto row = [&](tav_status status) {
                       seen.push_back(std::to_string(status) + reports() + " " +
                                      shown(tav_util_getenv("V")));
