@@ -1,8 +1,20 @@
-/* A small tour of libtavutil, as a C user would write it. */
+/* A small daemon built on libtavutil, as a C user would write it: it takes
+ * its options from a table, claims a pid file, ignores the common signals,
+ * runs a child under a time limit, reads its own status record and reports
+ * failures through the library. */
+#define _POSIX_C_SOURCE 200809L
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <tavutil.h>
+
+/* Two operations live in the library without being exported; this program
+ * links the static archive, which holds them too. */
+tav_status tav_util_await_child_timeout(int32_t pid, int32_t seconds);
+tav_status tav_util_proc_stat(tav_proc_stat *ret_proc_stat, int32_t pid);
 
 /* The stand-in error trace offers this to show what was recorded. */
 void tav_trace_print(FILE *stream);
@@ -91,20 +103,74 @@ static void hashing_and_random(void) {
                                                                    : "");
 }
 
-/* The program's own options, from a table of rows:
- *   --name TEXT (-n), --count N (-c), --verbose (-v). */
-static void options(int argc, char **argv) {
-    char *name = NULL; /* a string option must start out null */
-    int32_t count = 1, verbose = 0;
+/* The daemon's settings, from a table of option rows:
+ *   --pid-file PATH (-p), --work SECONDS (-w), --limit SECONDS (-l),
+ *   --tour (-t) for a tour of the text and number helpers first. */
+struct settings {
+    char *pid_file; /* a string option must start out null */
+    int32_t work, limit, tour;
+};
+
+static tav_status parse_options(int argc, char **argv, struct settings *s) {
     const tav_util_option rows[] = {
-        {'n', "name", tav_util_getopt_string, &name, 1},
-        {'c', "count", tav_util_getopt_int, &count, 1},
-        {'v', "verbose", tav_util_getopt_flag, &verbose, 0},
+        {'p', "pid-file", tav_util_getopt_string, &s->pid_file, 1},
+        {'w', "work", tav_util_getopt_int, &s->work, 1},
+        {'l', "limit", tav_util_getopt_int, &s->limit, 1},
+        {'t', "tour", tav_util_getopt_flag, &s->tour, 0},
     };
-    tav_status status = tav_util_getopt(argc, argv, rows, sizeof rows / sizeof rows[0]);
-    printf("options: status %d, name \"%s\", count %d, verbose %d\n", (int)status,
-           name != NULL ? name : "(none)", (int)count, (int)verbose);
-    free(name);
+    return tav_util_getopt(argc, argv, rows, sizeof rows / sizeof rows[0]);
+}
+
+/* One instance at a time: the pid file names the holder. Instances compare
+ * by their first argument, so start them the same way. */
+static int claim(const char *pid_file, const char *program) {
+    uint32_t holder = 0;
+    tav_status status = tav_util_claim_pid_file(pid_file, program, &holder);
+    if (status == TAV_ERR_ALREADY_RUNNING) {
+        printf("[%d] %s is held by running instance %u: not starting\n", (int)getpid(), pid_file,
+               (unsigned)holder);
+    } else if (status != TAV_OK) {
+        printf("[%d] could not claim %s: status %d\n", (int)getpid(), pid_file, (int)status);
+    } else {
+        printf("[%d] claimed %s\n", (int)getpid(), pid_file);
+    }
+    return status == TAV_OK;
+}
+
+/* A child doing `work` seconds of work, allowed `limit`: past it, killed. */
+static void run_child(int32_t work, int32_t limit) {
+    char seconds[16];
+    snprintf(seconds, sizeof seconds, "%d", (int)work);
+    pid_t child = fork();
+    if (child == 0) {
+        execl("/bin/sleep", "sleep", seconds, (char *)NULL);
+        _exit(127);
+    }
+    if (child < 0) {
+        return;
+    }
+    tav_status status = tav_util_await_child_timeout(child, limit);
+    if (status == TAV_ERR_TIMEOUT) {
+        waitpid(child, NULL, 0); /* killed, not yet collected */
+    }
+    printf("[%d] child %d, %ds of work in a %ds limit: %s\n", (int)getpid(), (int)child, (int)work,
+           (int)limit,
+           status == TAV_OK            ? "done"
+           : status == TAV_ERR_TIMEOUT ? "killed"
+                                       : "failed");
+}
+
+static void own_status(void) {
+    tav_proc_stat st;
+    char *host = tav_util_get_hostname();
+    if (tav_util_proc_stat(&st, 0) == TAV_OK) {
+        printf("[%d] %s on %s: state %c, parent %d, %llu thread(s), thread id %lld, "
+               "%llu kB resident\n",
+               (int)st.pid, st.comm, host != NULL ? host : "?", st.state, (int)st.ppid,
+               (unsigned long long)st.num_threads, (long long)tav_util_tid(),
+               (unsigned long long)st.rss * (unsigned long long)(sysconf(_SC_PAGESIZE) / 1024));
+    }
+    free(host);
 }
 
 static void failure_report(void) {
@@ -115,12 +181,32 @@ static void failure_report(void) {
 }
 
 int main(int argc, char **argv) {
-    options(argc, argv);
-    formatting();
-    string_buffer();
-    string_operations();
-    encoding();
-    hashing_and_random();
+    struct settings s = {NULL, 1, 3, 0};
+    if (parse_options(argc, argv, &s) != TAV_OK) {
+        tav_trace_print(stdout);
+        return 2;
+    }
+    const char *pid_file = s.pid_file != NULL ? s.pid_file : "/tmp/tavutil_demo.pid";
+    if (s.tour) {
+        formatting();
+        string_buffer();
+        string_operations();
+        encoding();
+        hashing_and_random();
+    }
+    if (!claim(pid_file, argv[0])) {
+        tav_trace_print(stdout);
+        free(s.pid_file);
+        return 1;
+    }
+    /* A daemon shrugs off hang-ups and broken pipes, but keeps SIGCHLD's
+     * default: ignored, its children would vanish unwaited. */
+    tav_util_ignore_common_signals();
+    tav_util_reset_signal(SIGCHLD);
+    run_child(s.work, s.limit);
+    own_status();
     failure_report();
+    unlink(pid_file); /* the claim leaves the file; its owner removes it */
+    free(s.pid_file);
     return 0;
 }

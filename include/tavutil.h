@@ -46,5 +46,8 @@
 #include "tavutil/signals.h"
 
 /* pid file, status record, environment, group, host */
+#include "tavutil/pid_file.h"
+#include "tavutil/proc_stat.h"
+#include "tavutil/identity.h"
 
 #endif

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include "tavutil.h"
@@ -143,6 +144,8 @@ template <typename Handle, Handle Empty, void (*Release)(Handle)> class Owned {
 template <typename T> void free_block(T *block) { std::free(block); }
 inline void close_descriptor(int fd) { ::close(fd); }
 inline void close_stream(FILE *stream) { std::fclose(stream); }
+inline void close_directory(DIR *stream) { ::closedir(stream); }
+inline void unlock_descriptor(int fd) { ::flock(fd, LOCK_UN); }
 
 // A malloc-family block owned until released to the caller.
 template <typename T> using MallocPtr = Owned<T *, nullptr, free_block<T>>;
@@ -150,8 +153,9 @@ template <typename T> using MallocPtr = Owned<T *, nullptr, free_block<T>>;
 using UniqueFd = Owned<int, -1, close_descriptor>;
 // A stream the operation opened for itself.
 using UniqueFile = Owned<FILE *, nullptr, close_stream>;
-inline void close_directory(DIR *stream) { ::closedir(stream); }
 // A directory stream the operation opened for itself.
 using UniqueDir = Owned<DIR *, nullptr, close_directory>;
+// A flock the operation holds on a descriptor it keeps open meanwhile.
+using HeldFlock = Owned<int, -1, unlock_descriptor>;
 
 } // namespace tav

@@ -130,13 +130,21 @@ FILE *fopen(const char *path, const char *mode) {
     if (active && plan.before_fopen) {
         plan.before_fopen();
     }
+    if (active && plan.fopen_from != nullptr && std::string(path) == plan.fopen_from) {
+        path = plan.fopen_to;
+    }
     return real_fopen(path, mode);
 }
 
 int fclose(FILE *stream) {
     REAL(fclose);
-    recorded("fclose", ARGS());
-    return real_fclose(stream);
+    const bool fails = recorded("fclose", ARGS());
+    const int result = real_fclose(stream);
+    if (fails) {
+        errno = plan.error;
+        return EOF;
+    }
+    return result;
 }
 
 } // extern "C"

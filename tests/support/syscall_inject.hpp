@@ -15,7 +15,8 @@ struct SyscallPlan {
     // end of the list every call passes through.
     std::vector<long> reads = {}, writes = {};
     // The `fail_nth` call of this name ("open", "fsync", "lseek", "fstat",
-    // "fflush", "close") fails with `error` instead (null: none).
+    // "fflush", "close", "fclose") fails with `error` instead (null: none).
+    // A failing fclose still closes the stream.
     const char *fail = nullptr;
     int fail_nth = 1;
     int error = 5; // EIO
@@ -23,6 +24,9 @@ struct SyscallPlan {
     bool open_modes = false;
     // Runs as fopen is called, before it opens (a file can change there).
     std::function<void()> before_fopen = {};
+    // fopen of exactly `fopen_from` opens `fopen_to` instead (null: none), so
+    // a parser can be fed a prepared file in place of a system one.
+    const char *fopen_from = nullptr, *fopen_to = nullptr;
 };
 
 // Applies the plan and records while it exists. Entries read "open PATH

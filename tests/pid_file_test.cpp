@@ -1,0 +1,295 @@
+// The pid file claim on real files and processes: each row sets the file up,
+// claims it, and reads back the status, pid_out, the file's bytes and mode,
+// and the reports; no descriptor or lock may be left behind.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <tuple>
+
+#include "alloc_inject.hpp"
+#include "host_inject.hpp"
+#include "recorder.hpp"
+#include "syscall_inject.hpp"
+#include "tavutil.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+const std::string kSrc = " src/process/pid_file_linux.cpp";
+const std::string kClaim = "trace tav_util_claim_pid_file" + kSrc + " ";
+const std::string kLine = "log tav_util_claim_pid_file" + kSrc + ": ";
+const std::string kMe = std::to_string(getpid());
+
+// A process that lives until the test ends: `sleep` under a chosen first
+// argument, or one that holds an exclusive flock on `lock_path`.
+struct Process {
+    pid_t pid = -1;
+    explicit Process(const char *argv0, const char *lock_path = nullptr) {
+        int ready[2];
+        pipe2(ready, O_CLOEXEC);
+        if ((pid = fork()) == 0) {
+            if (lock_path == nullptr) {
+                execl("/bin/sleep", argv0, "1000", static_cast<char *>(nullptr));
+            } else if (flock(open(lock_path, O_RDONLY), LOCK_EX) == 0) {
+                close(ready[1]), pause();
+            }
+            _exit(1);
+        }
+        char byte;
+        close(ready[1]), read(ready[0], &byte, 1), close(ready[0]); // at the exec, or locked
+    }
+    ~Process() { kill(pid, SIGKILL), waitpid(pid, nullptr, 0); }
+    std::string text() const { return std::to_string(pid); }
+};
+
+long open_descriptors() {
+    namespace fs = std::filesystem;
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+}
+
+// Claims `path`: "status pid_out bytes mode" (with " locked" when a fresh
+// descriptor cannot lock the file, " fd+N" for descriptors left open), then
+// the reports.
+Lines claim(const std::string &path, const char *program) {
+    const long before = open_descriptors();
+    tavtest::clear_reports();
+    uint32_t holder = 0;
+    const tav_status status = tav_util_claim_pid_file(path.c_str(), program, &holder);
+    std::string line = std::to_string(status) + " " + std::to_string(holder) + " ";
+    struct stat st {};
+    if (stat(path.c_str(), &st) == 0) {
+        std::ifstream in(path);
+        char mode[8];
+        std::snprintf(mode, sizeof mode, " %o", st.st_mode & 07777);
+        line += std::string(std::istreambuf_iterator<char>(in), {}) + mode;
+        const int fd = open(path.c_str(), O_RDONLY);
+        line += flock(fd, LOCK_EX | LOCK_NB) == 0 ? "" : " locked";
+        close(fd);
+    } else {
+        line += "absent";
+    }
+    if (const long left = open_descriptors() - before; left != 0) {
+        line += " fd+" + std::to_string(left);
+    }
+    Lines seen = tavtest::report_summary();
+    seen.insert(seen.begin(), line);
+    return seen;
+}
+
+// The mode of a created file: 0664 less the umask, as the kernel shows it.
+std::string created_mode() {
+    std::ifstream status("/proc/self/status");
+    std::string key;
+    while (status >> key && key != "Umask:") {
+    }
+    unsigned mask = 0;
+    status >> std::oct >> mask;
+    char mode[8];
+    std::snprintf(mode, sizeof mode, "%o", 0664 & ~mask);
+    return mode;
+}
+
+class PidFile : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/pidfile-XXXXXX";
+        dir_ = mkdtemp(pattern);
+        path_ = dir_ + "/app.pid";
+    }
+    void TearDown() override { std::filesystem::remove_all(dir_); }
+    // The file as a row wants it: absent, or holding `content` with mode 0600.
+    void prepare(const std::optional<std::string> &content) const {
+        unlink(path_.c_str());
+        if (content) {
+            std::ofstream(path_) << *content;
+            chmod(path_.c_str(), 0600);
+        }
+    }
+    std::string dir_, path_;
+};
+
+TEST_F(PidFile, EachStateOfTheFile) {
+    const Process live("myprog-extra");
+    const pid_t ended = fork();
+    if (ended == 0) {
+        _exit(0);
+    }
+    waitpid(ended, nullptr, 0);
+    std::string argv0;
+    std::getline(std::ifstream("/proc/self/cmdline"), argv0, '\0');
+    const std::string created = "0 0 " + kMe + " " + created_mode();
+    const std::string l = live.text(), p101(101, 'm'), rewritten = "0 0 " + kMe + " 600";
+    const std::string held = "52 " + l + " " + l + " 600";
+    // clang-format off
+    const std::tuple<std::optional<std::string>, std::string, Lines> rows[] = {
+        {std::nullopt, "myprog", {created}},
+        {std::nullopt, p101, {created}}, // the name is not measured on this path
+        {"", p101, {rewritten}},
+        {std::to_string(ended), "myprog", {rewritten}},
+        {l, "myprog", {held, kClaim + "52"}},
+        {l, "myprog-extra", {held, kClaim + "52"}},
+        {l, "otherprog", {rewritten}},
+        {l, std::string(100, 'm'), {rewritten}},
+        {l, p101, {"7 0 " + l + " 600", kClaim + "7"}},
+        {l + "\n", "myprog", {rewritten}}, // the line end is part of the path
+        {kMe, argv0, {"52 " + kMe + " " + kMe + " 600", kClaim + "52"}}, // a second claim of its own
+        {kMe, "", {"52 " + kMe + " " + kMe + " 600", kClaim + "52"}}, // any command line matches
+        {"self", "", {"6 0 self 600", kClaim + "6"}}, // a live entry, but no number
+        {"self", "nomatch", {rewritten}},
+        {"self/cmdline", "myprog", {"6 0 self/cmdline 600", "trace map_pid_to_exe" + kSrc + " 6", kClaim + "6"}},
+    };
+    // clang-format on
+    for (const auto &[content, program, expected] : rows) {
+        prepare(content);
+        EXPECT_EQ(claim(path_, program.c_str()), expected)
+            << content.value_or("absent") << " / " << program;
+    }
+    uint32_t holder = 0;
+    tavtest::clear_reports();
+    EXPECT_EQ(tav_util_claim_pid_file(nullptr, "p", &holder), TAV_ERR_NULL_ARG);
+    EXPECT_EQ(tav_util_claim_pid_file(path_.c_str(), nullptr, &holder), TAV_ERR_NULL_ARG);
+    EXPECT_EQ(tav_util_claim_pid_file(path_.c_str(), "p", nullptr), TAV_ERR_NULL_ARG);
+    EXPECT_EQ(tavtest::report_summary(), Lines(3, kClaim + "3"));
+    const std::string missing = dir_ + "/missing/app.pid";
+    EXPECT_EQ(claim(missing, "p"), (Lines{"6 0 absent",
+                                          kLine + "Cannot access pid file " + missing +
+                                              "  Reason: No such file or directory",
+                                          kClaim + "6"}));
+}
+
+// Another process's lock makes the claim fail at once, on either path; on
+// the creating one a claim that locked the new file first wins it.
+TEST_F(PidFile, ALockHeldElsewhereRefusesTheClaim) {
+    const std::string refused =
+        kLine + "Failed to lock PID file " + path_ + "  Reason: Resource temporarily unavailable";
+    prepare("1");
+    {
+        const Process holder("", path_.c_str());
+        EXPECT_EQ(claim(path_, "p"), (Lines{"6 0 1 600 locked", refused, kClaim + "6"}));
+    }
+    prepare(std::nullopt);
+    std::optional<Process> holder;
+    tavtest::BeforeFlock racing([&] { holder.emplace("", path_.c_str()); });
+    EXPECT_EQ(claim(path_, "p").at(2), kClaim + "6");
+}
+
+// The creator holds the lock until its pid is written: a claim made in that
+// moment fails instead of finding an empty, stale file.
+TEST_F(PidFile, TheNewFileIsGuardedUntilWritten) {
+    Lines racer;
+    tavtest::SyscallPlan plan;
+    plan.before_fopen = [&, fired = false]() mutable {
+        if (!std::exchange(fired, true)) {
+            racer = tavtest::in_child([&] { return claim(path_, "p"); });
+        }
+    };
+    {
+        tavtest::SyscallInjection inject(plan);
+        uint32_t holder = 0;
+        tav_util_claim_pid_file(path_.c_str(), "p", &holder);
+    }
+    EXPECT_EQ(racer.at(0), "6 0  " + created_mode() + " locked");
+    EXPECT_EQ(claim(path_, "")[0], "52 " + kMe + " " + kMe + " " + created_mode())
+        << "the creator's pid stands";
+}
+
+TEST_F(PidFile, CallsAndWriteFailures) {
+    prepare("0");
+    tavtest::SyscallPlan plan;
+    plan.open_modes = true;
+    {
+        tavtest::SyscallInjection inject(plan);
+        claim(path_, "p");
+        Lines calls = inject.calls(); // without the file reader's own, and claim()'s checks
+        calls.erase(calls.begin() + 2,
+                    std::find(calls.begin(), calls.end(), "open /proc/0/cmdline 0 0"));
+        calls.resize(7);
+        EXPECT_EQ(calls, (Lines{"open " + path_ + " 302 664", "open " + path_ + " 2 0",
+                                "open /proc/0/cmdline 0 0", "fopen " + path_ + " w", "fflush",
+                                "fclose", "close " + path_}));
+    }
+    // The reader's stream is closed first, so the write's fclose is the second.
+    for (const auto &[failing, nth, word] :
+         {std::tuple{"fflush", 1, "flush"}, {"fclose", 2, "close"}}) {
+        plan.fail = failing;
+        plan.fail_nth = nth;
+        tavtest::SyscallInjection inject(plan);
+        EXPECT_EQ(claim(path_, "p"),
+                  (Lines{"6 0 " + kMe + " 600", "log write_pid_file" + kSrc + ": Failed to " +
+                                                    word + " written pid file " + path_ +
+                                                    "  Reason: Input/output error"}));
+    }
+}
+
+// Refusals by permission, seen without root's privileges.
+TEST_F(PidFile, PermissionRefusals) {
+    chmod(dir_.c_str(), 0777);
+    prepare("1");
+    chmod(path_.c_str(), 0644);
+    const std::string closed = dir_ + "/closed", fresh = dir_ + "/fresh.pid";
+    mkdir(closed.c_str(), 0755);
+    const Lines expected{"39 0 absent",
+                         kClaim + "39",
+                         "6 0 1 644",
+                         kLine + "Failed to open pid file " + path_ + "  Reason: Permission denied",
+                         kClaim + "6",
+                         "6 0  444",
+                         "log write_pid_file" + kSrc + ": Failed to open pid file " + fresh +
+                             "  Reason: Permission denied",
+                         "trace write_pid_file" + kSrc + " 6"};
+    EXPECT_EQ(tavtest::in_child([&] {
+                  if (setgid(65534) != 0 || setuid(65534) != 0) {
+                      return Lines{"could not drop privileges"};
+                  }
+                  umask(0222); // created read-only: the write's own open is refused
+                  Lines seen;
+                  for (const Lines &more :
+                       {claim(closed + "/app.pid", "p"), claim(path_, "p"), claim(fresh, "p")}) {
+                      seen.insert(seen.end(), more.begin(), more.end());
+                  }
+                  return seen;
+              }),
+              expected);
+}
+
+// Each allocation of a claim on a live holder's file failing in turn: the
+// reader's stream and block, the path, the command line's block.
+TEST_F(PidFile, EveryAllocationFailure) {
+    const Process live("myprog");
+    prepare(live.text());
+    Lines seen;
+    uint32_t holder = 0;
+    tav_status status = TAV_OK;
+    tavtest::for_each_allocation_failure(
+        [&] {
+            tavtest::clear_reports(),
+                status = tav_util_claim_pid_file(path_.c_str(), "myprog", &holder);
+        },
+        [&](long, const tavtest::AllocRun &run) {
+            std::string line =
+                std::to_string(run.sizes.back()) + " " + std::to_string(run.live_blocks);
+            for (const std::string &report : tavtest::report_summary()) {
+                line += " | " + report;
+            }
+            seen.push_back(line);
+        });
+    const std::string read = " | trace tav_util_read_named_file src/file/common.cpp ";
+    const std::string map = " | trace map_pid_to_exe" + kSrc + " 2";
+    const size_t digits = live.text().size();
+    EXPECT_EQ(seen, (Lines{"472 0" + read + "6 | " + kClaim + "6",
+                           std::to_string(digits + 1) + " 0" + read + "2 | " + kClaim + "2",
+                           std::to_string(digits + 15) +
+                               " 0 | trace tav_util_vasprintf src/string/vasprintf.cpp 2" + map +
+                               map + " | " + kClaim + "2",
+                           "8 0" + map + " | " + kClaim + "2"}));
+}
+
+} // namespace
