@@ -268,19 +268,18 @@ TEST_F(PidFile, EveryAllocationFailure) {
     Lines seen;
     uint32_t holder = 0;
     tav_status status = TAV_OK;
-    tavtest::for_each_allocation_failure(
-        [&] {
-            tavtest::clear_reports(),
-                status = tav_util_claim_pid_file(path_.c_str(), "myprog", &holder);
-        },
-        [&](long, const tavtest::AllocRun &run) {
-            std::string line =
-                std::to_string(run.sizes.back()) + " " + std::to_string(run.live_blocks);
-            for (const std::string &report : tavtest::report_summary()) {
-                line += " | " + report;
-            }
-            seen.push_back(line);
-        });
+    auto claim_live = [&] {
+        tavtest::clear_reports(),
+            status = tav_util_claim_pid_file(path_.c_str(), "myprog", &holder);
+    };
+    claim_live(); // libc's one-time set-up allocates outside the counted runs
+    tavtest::for_each_allocation_failure(claim_live, [&](long, const tavtest::AllocRun &run) {
+        std::string line = std::to_string(run.sizes.back()) + " " + std::to_string(run.live_blocks);
+        for (const std::string &report : tavtest::report_summary()) {
+            line += " | " + report;
+        }
+        seen.push_back(line);
+    });
     const std::string read = " | trace tav_util_read_named_file src/file/common.cpp ";
     const std::string map = " | trace map_pid_to_exe" + kSrc + " 2";
     const size_t digits = live.text().size();
