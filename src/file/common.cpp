@@ -13,13 +13,11 @@ tav_status tav_util_fopen(FILE **stream_out, int32_t *errno_slot, const char *mo
     if (stream_out == nullptr || mode == nullptr || format == nullptr) {
         return tav::traced(TAV_SITE, TAV_ERR_NULL_ARG);
     }
-    char *built = nullptr;
+    tav::MallocPtr<char> path;
     va_list args;
     va_start(args, format);
-    const tav_status formatted = tav_util_vasprintf(&built, format, args, errno_slot);
+    const tav_status formatted = tav::format_owned(path, errno_slot, format, args);
     va_end(args);
-    // A fill pass that failed leaves its block behind: it is ours to free.
-    tav::MallocPtr<char> path(built);
     if (formatted != TAV_OK) {
         return tav::traced_again(TAV_SITE, formatted);
     }

@@ -81,13 +81,11 @@ tav_status tav_util_open(int32_t *fd_out, int32_t *errno_slot, int32_t flags, in
     if (fd_out == nullptr || format == nullptr) {
         return tav::traced(TAV_SITE, TAV_ERR_NULL_ARG);
     }
-    char *built = nullptr;
+    tav::MallocPtr<char> path;
     va_list args;
     va_start(args, format);
-    const tav_status formatted = tav_util_vasprintf(&built, format, args, errno_slot);
+    const tav_status formatted = tav::format_owned(path, errno_slot, format, args);
     va_end(args);
-    // A fill pass that failed leaves its block behind: it is ours to free.
-    tav::MallocPtr<char> path(built);
     if (formatted != TAV_OK) {
         return formatted;
     }
@@ -116,8 +114,7 @@ int32_t tav_util_whole_write(int32_t fd, const void *buf, int64_t len, int32_t *
     }
     if (written < 0) {
         // Every errno counts, an interrupted write too: there is no retry.
-        tav::store_errno(errno_slot, errno);
-        return tav::traced(TAV_SITE, TAV_ERR_SYSTEM);
+        return tav::traced_with_errno(errno_slot, TAV_SITE, TAV_ERR_SYSTEM);
     }
     return 0;
 }
@@ -139,14 +136,12 @@ tav_status tav_util_read_file(int32_t fd, uint8_t **data_out, uint64_t *size_out
     }
     struct stat st;
     if (::fstat(fd, &st) != 0) {
-        tav::store_errno(errno_slot, errno);
-        return tav::traced(TAV_SITE, TAV_ERR_SYSTEM);
+        return tav::traced_with_errno(errno_slot, TAV_SITE, TAV_ERR_SYSTEM);
     }
     *size_out = static_cast<uint64_t>(st.st_size);
     *data_out = static_cast<uint8_t *>(std::malloc(static_cast<size_t>(st.st_size) + 1));
     if (*data_out == nullptr) {
-        tav::store_errno(errno_slot, errno);
-        return tav::traced(TAV_SITE, TAV_ERR_NOMEM);
+        return tav::traced_with_errno(errno_slot, TAV_SITE, TAV_ERR_NOMEM);
     }
     // Every way the read falls short shows here: -1, -11, and a count cut to
     // 32 bits for a file of 2 GiB or more.
@@ -168,17 +163,14 @@ tav_status tav_util_count_lines(int32_t fd, uint64_t *count_out, int32_t *errno_
     }
     const off_t saved = ::lseek(fd, 0, SEEK_CUR);
     if (saved == -1) {
-        tav::store_errno(errno_slot, errno);
-        return tav::traced(TAV_SITE, TAV_ERR_SYSTEM);
+        return tav::traced_with_errno(errno_slot, TAV_SITE, TAV_ERR_SYSTEM);
     }
     struct stat st;
     if (::fstat(fd, &st) != 0) {
-        tav::store_errno(errno_slot, errno);
-        return tav::traced(TAV_SITE, TAV_ERR_SYSTEM);
+        return tav::traced_with_errno(errno_slot, TAV_SITE, TAV_ERR_SYSTEM);
     }
     if (::lseek(fd, 0, SEEK_SET) == -1) {
-        tav::store_errno(errno_slot, errno);
-        return tav::traced(TAV_SITE, TAV_ERR_SYSTEM);
+        return tav::traced_with_errno(errno_slot, TAV_SITE, TAV_ERR_SYSTEM);
     }
     unsigned char block[kLineBlock];
     off_t total = 0;
@@ -201,8 +193,7 @@ tav_status tav_util_count_lines(int32_t fd, uint64_t *count_out, int32_t *errno_
         *count_out += newlines_in(block, static_cast<size_t>(got));
     }
     if (::lseek(fd, saved, SEEK_SET) == -1) {
-        tav::store_errno(errno_slot, errno);
-        return tav::traced(TAV_SITE, TAV_ERR_SYSTEM);
+        return tav::traced_with_errno(errno_slot, TAV_SITE, TAV_ERR_SYSTEM);
     }
     return TAV_OK;
 }
@@ -232,8 +223,7 @@ tav_status tav_util_truncate_file(const char *path, int64_t length, int32_t *err
         return tav::traced(TAV_SITE, TAV_ERR_NULL_ARG);
     }
     if (::truncate(path, length) == -1) {
-        tav::store_errno(errno_slot, errno);
-        return tav::traced(TAV_SITE, TAV_ERR_SYSTEM);
+        return tav::traced_with_errno(errno_slot, TAV_SITE, TAV_ERR_SYSTEM);
     }
     return TAV_OK;
 }
@@ -243,8 +233,7 @@ tav_status tav_util_delete_file(const char *path, int32_t *errno_slot) {
         return tav::traced(TAV_SITE, TAV_ERR_NULL_ARG);
     }
     if (::unlink(path) != 0) {
-        tav::store_errno(errno_slot, errno);
-        return tav::traced(TAV_SITE, TAV_ERR_SYSTEM);
+        return tav::traced_with_errno(errno_slot, TAV_SITE, TAV_ERR_SYSTEM);
     }
     return TAV_OK;
 }

@@ -99,6 +99,12 @@ inline void store_errno(int32_t *slot, int value) {
     }
 }
 
+// A failed system call: its errno into the slot, then traced.
+inline tav_status traced_with_errno(int32_t *slot, Site site, tav_status status) {
+    store_errno(slot, errno);
+    return traced(site, status);
+}
+
 // ---- RAII helpers -------------------------------------------------------
 
 // A copy of a caller's argument list, ended on every path, so that the
@@ -157,5 +163,16 @@ using UniqueFile = Owned<FILE *, nullptr, close_stream>;
 using UniqueDir = Owned<DIR *, nullptr, close_directory>;
 // A flock the operation holds on a descriptor it keeps open meanwhile.
 using HeldFlock = Owned<int, -1, unlock_descriptor>;
+
+// A text formatted into fresh memory for the operation's own use (a path to
+// open). The block is owned on every path, the unfinished one that a failed
+// fill pass leaves behind included.
+inline tav_status format_owned(MallocPtr<char> &text, int32_t *errno_slot, const char *format,
+                               va_list args) {
+    char *built = nullptr;
+    const tav_status status = tav_util_vasprintf(&built, format, args, errno_slot);
+    text.reset(built);
+    return status;
+}
 
 } // namespace tav

@@ -22,15 +22,13 @@ tav_status tav_util_now_str(char *buffer, size_t *size, int32_t *errno_slot) {
     }
     const time_t now = time(nullptr);
     if (now == -1) {
-        tav::store_errno(errno_slot, errno);
-        return tav::traced(TAV_SITE, TAV_ERR_SYSTEM);
+        return tav::traced_with_errno(errno_slot, TAV_SITE, TAV_ERR_SYSTEM);
     }
     // A reading the calendar cannot hold (a year past 9999, or past what a
     // struct tm counts) makes ctime_r fail: reported like a failed reading,
     // with `size` untouched, rather than measuring a text that is not there.
     if (ctime_r(&now, buffer) == nullptr) {
-        tav::store_errno(errno_slot, errno);
-        return tav::traced(TAV_SITE, TAV_ERR_SYSTEM);
+        return tav::traced_with_errno(errno_slot, TAV_SITE, TAV_ERR_SYSTEM);
     }
     *size = std::strlen(buffer);
     if (*size > 0 && buffer[*size - 1] == '\n') {
