@@ -192,7 +192,7 @@ TEST_F(Directory, PermissionsHoldForAnOwnerWithoutPrivilege) {
     const std::string rw = at("mine/rw"), ro = at("mine/ro"), locked = at("locked");
     if (fork() == 0) {
         if (setgid(65534) != 0 || setuid(65534) != 0) {
-            _exit(1);
+            tavtest::child_exit(1);
         }
         umask(0);
         struct stat a {
@@ -211,7 +211,7 @@ TEST_F(Directory, PermissionsHoldForAnOwnerWithoutPrivilege) {
         }
         snprintf(shared, 4096, "%d %o %o %d %zu %d %d %s", made, a.st_mode & 07777,
                  b.st_mode & 07777, exists, listed, entered, created, out.c_str());
-        _exit(0);
+        tavtest::child_exit(0);
     }
     int status = 1;
     wait(&status);

@@ -364,13 +364,13 @@ TEST_F(Files, PermissionDenied) {
     const pid_t child = fork();
     if (child == 0) {
         if (setgid(65534) != 0 || setuid(65534) != 0) {
-            _exit(100);
+            tavtest::child_exit(100);
         }
         int32_t fd = kUnset, slot = 0, exists = kUnset;
         uint64_t size = 0;
         tavtest::clear_reports();
         const bool sync_failed = tav_util_sync_file(f.c_str()) == TAV_ERR_SYSTEM;
-        _exit(
+        tavtest::child_exit(
             (tav_util_open(&fd, &slot, O_RDONLY, 0, "%s", f.c_str()) != TAV_ERR_SYSTEM) |
             (slot != EACCES) << 1 |
             (tav_util_query_file_exists(f.c_str(), &exists) != TAV_ERR_SYSTEM) << 2 |
@@ -659,7 +659,7 @@ TEST_F(Files, WriteNamedFileCopyAndHex) {
         tav_util_printf_bytes(bytes, 256);
         tav_util_fprintf_bytes(stdout, bytes, 0);
         fflush(stdout);
-        _exit(0);
+        tavtest::child_exit(0);
     }
     close(pipe_ends[1]);
     char printed[600] = {};

@@ -41,7 +41,7 @@ struct Process {
             } else if (flock(open(lock_path, O_RDONLY), LOCK_EX) == 0) {
                 close(ready[1]), pause();
             }
-            _exit(1);
+            tavtest::child_exit(1);
         }
         char byte;
         close(ready[1]), read(ready[0], &byte, 1), close(ready[0]); // at the exec, or locked
@@ -120,7 +120,7 @@ TEST_F(PidFile, EachStateOfTheFile) {
     const Process live("myprog-extra");
     const pid_t ended = fork();
     if (ended == 0) {
-        _exit(0);
+        tavtest::child_exit(0);
     }
     waitpid(ended, nullptr, 0);
     std::string argv0;

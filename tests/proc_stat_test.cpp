@@ -78,7 +78,7 @@ TEST(ProcStat, AStoppedChildMatchesTheKernelInEveryToken) {
         prctl(PR_SET_NAME, "a) b (c");
         setpriority(PRIO_PROCESS, 0, -5);
         raise(SIGSTOP);
-        _exit(0);
+        tavtest::child_exit(0);
     }
     waitpid(child, nullptr, WUNTRACED);
     const Lines mine = parsed(child),

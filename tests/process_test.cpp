@@ -63,7 +63,8 @@ std::string in_child(const std::function<std::string()> &body) {
     const pid_t pid = fork();
     if (pid == 0) {
         const std::string text = body();
-        _exit(write(ends[1], text.data(), text.size()) == ssize_t(text.size()) ? 0 : 1);
+        tavtest::child_exit(write(ends[1], text.data(), text.size()) == ssize_t(text.size()) ? 0
+                                                                                             : 1);
     }
     close(ends[1]);
     std::string text;

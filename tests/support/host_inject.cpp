@@ -1,4 +1,5 @@
 #include "host_inject.hpp"
+#include "recorder.hpp"
 
 #include <cerrno>
 #include <cstdio>
@@ -81,11 +82,11 @@ std::vector<std::string> in_child(const std::function<std::vector<std::string>()
         for (size_t done = 0; done < out.size();) {
             const ssize_t n = write(channel[1], out.data() + done, out.size() - done);
             if (n <= 0) {
-                _exit(1);
+                tavtest::child_exit(1);
             }
             done += static_cast<size_t>(n);
         }
-        _exit(0);
+        tavtest::child_exit(0);
     }
     close(channel[1]);
     std::string text;

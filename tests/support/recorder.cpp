@@ -4,7 +4,12 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <unistd.h>
 #include <utility>
+
+#ifdef TAVUTIL_COVERAGE
+extern "C" void __gcov_dump(void);
+#endif
 
 namespace tavtest {
 namespace {
@@ -94,3 +99,14 @@ void tav_util_log_internal_perror(int32_t error_number, int32_t severity, int32_
 }
 
 } // extern "C"
+
+namespace tavtest {
+
+void child_exit(int code) {
+#ifdef TAVUTIL_COVERAGE
+    __gcov_dump();
+#endif
+    _exit(code);
+}
+
+} // namespace tavtest

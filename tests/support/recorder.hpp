@@ -34,4 +34,8 @@ const std::vector<Report> &reports();
 // "log fn path: text" for lines with a source place, "perror fn errno message".
 std::vector<std::string> report_summary();
 
+// Ends a forked test child. A coverage build first writes out what the child
+// ran, which _exit alone would lose.
+[[noreturn]] void child_exit(int code);
+
 } // namespace tavtest
