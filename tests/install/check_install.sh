@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
-# Installs the build into a scratch prefix and builds a user's program
-# against it twice: through find_package(tavutil) and through pkg-config.
+# Installs the build into a scratch prefix (or takes PREFIX, where something
+# else installed it) and builds a user's program against it twice: through
+# find_package(tavutil) and through pkg-config.
+# usage: check_install.sh BUILD [PREFIX]
 set -euo pipefail
 build=$1
 source_dir=$(cd "$(dirname "$0")" && pwd)
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
-prefix=$scratch/prefix
+prefix=${2:-$scratch/prefix}
 
-cmake --install "$build" --prefix "$prefix" >/dev/null
+[ $# -gt 1 ] || cmake --install "$build" --prefix "$prefix" >/dev/null
 for f in lib/libtavutil.so lib/libtavutil.a lib/libtavlog.so lib/libtaverrortrace.so \
          include/tavutil.h include/tavutil/status.h lib/pkgconfig/tavutil.pc \
          lib/cmake/tavutil/tavutilConfig.cmake; do
