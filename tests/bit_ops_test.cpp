@@ -1,18 +1,7 @@
-// Base64 and bit strings: worked values, cross-checks, the skipping rule, the
-// blocks' bounds and every failure with its reports.
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <random>
-#include <string>
-#include <tuple>
-#include <vector>
 
-#include "alloc_inject.hpp"
-#include "recorder.hpp"
-#include "tavutil.h"
+#include "rows.hpp"
 
 namespace {
 

@@ -1,12 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <cstdarg>
-#include <string>
-
-#include "alloc_inject.hpp"
-#include "said.hpp"
-#include "tavutil.h"
+#include "rows.hpp"
 #include "vsnprintf_inject.hpp"
 
 namespace {

@@ -1,14 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <functional>
 #include <string_view>
 
-#include "alloc_inject.hpp"
 #include "internal/frame.hpp"
-#include "said.hpp"
+#include "rows.hpp"
 
 namespace {
 

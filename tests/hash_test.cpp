@@ -1,15 +1,6 @@
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
-#include <vector>
-
-#include "said.hpp"
-#include "tavutil.h"
+#include "rows.hpp"
 
 namespace {
-
-using Bytes = std::vector<unsigned char>;
 
 uint64_t hash_of(const Bytes &bytes, size_t offset = 0) {
     Bytes placed(offset + bytes.size()); // malloc'd: offset 0 is word-aligned

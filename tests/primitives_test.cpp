@@ -1,12 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <cstring>
-#include <string>
-
-#include "alloc_inject.hpp"
-#include "said.hpp"
-#include "tavutil.h"
+#include "rows.hpp"
 
 namespace {
 

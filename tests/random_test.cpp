@@ -1,18 +1,10 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <string>
 #include <utility>
-#include <vector>
 
-#include "said.hpp"
-#include "tavutil.h"
+#include "rows.hpp"
 
 namespace {
 
 using Words = std::vector<uint64_t>;
-using Bytes = std::vector<unsigned char>;
 
 tav_util_prng_state seeded(uint64_t seed, uint64_t addend = 0) {
     tav_util_prng_state state;

@@ -1,22 +1,12 @@
-// String operations: worked tables, a cross-check against sscanf, every failure.
-#include <gtest/gtest.h>
-
 #include <clocale>
-#include <cstdio>
-#include <cstring>
 #include <cwchar>
 #include <dlfcn.h>
 #include <random>
-#include <string>
-#include <vector>
 
-#include "alloc_inject.hpp"
-#include "recorder.hpp"
-#include "tavutil.h"
+#include "rows.hpp"
 
 namespace {
 using Lines = std::vector<std::string>;
-using Bytes = std::vector<uint8_t>;
 // What the filling pass of mbsrtowcs does, and whether the block can be had.
 enum Plan { kAsIs, kFillFails, kStopsShort, kNoMemory } mbsrtowcs_plan = kAsIs;
 } // namespace
@@ -26,6 +16,16 @@ extern "C" size_t mbsrtowcs(wchar_t *to, const char **from, size_t limit, mbstat
     static const Fn real = reinterpret_cast<Fn>(dlsym(RTLD_NEXT, "mbsrtowcs"));
     const Plan plan = to != nullptr ? mbsrtowcs_plan : kAsIs;
     return plan == kFillFails ? size_t(-1) : real(to, from, limit - (plan == kStopsShort), state);
+}
+
+// Texts longer than any address space holds, for the join's overflow tests.
+const char *const kHuge[] = {"\x01half", "\x01all"};
+extern "C" size_t strlen(const char *text) noexcept {
+    const volatile char *p = text;
+    size_t n = text == kHuge[0] ? SIZE_MAX / 2 + 1 : text == kHuge[1] ? SIZE_MAX : 0;
+    for (; n < SIZE_MAX / 2 && p[n] != '\0'; ++n) {
+    }
+    return n;
 }
 
 namespace {
@@ -98,63 +98,48 @@ TEST_F(StringOps, HexTextBothWaysAndItsOneFailure) {
     EXPECT_EQ(tavtest::report_summary(), expected);
 }
 
-// Every byte equals what sscanf "%2x" reads at its place, keeping the value
-// before on failure: all pairs behind "5a" with various tails, and long blank runs.
-TEST_F(StringOps, HexPairsReadExactlyAsSscanfDoes) {
-    const std::string blanks(3001, ' ');
-    std::vector<std::string> texts = {blanks + "c3" + std::string(999, '\n'),
-                                      "7f" + blanks + "zz" + blanks + "-1 "};
+// Every byte is what sscanf "%2x" reads at its place, keeping the value
+// before: all pairs behind "5a" with various tails, long blank runs, and
+// digits in steps of sixteen pairs with one other character at each place,
+// at every length. "%02x" writes every length of bytes to 40.
+TEST_F(StringOps, HexTextMatchesSscanfAndSnprintf) {
+    const std::string blanks(3001, ' '),
+        digits = "0123456789abcdefABCDEF5a7F00ffe1" + std::string(48, 'c');
+    std::vector<std::pair<std::string, uint64_t>> texts = {
+        {blanks + "c3" + std::string(999, '\n'), UINT64_MAX},
+        {"7f" + blanks + "zz" + blanks + "-1 ", UINT64_MAX}};
     for (const std::string tail : {"", "0", "7f", "x", "g", " 1", "\t\n-f", "x9", "  "}) {
         for (int pair = 0; pair < 65536; ++pair) {
-            texts.push_back(std::string{'5', 'a', char(pair >> 8), char(pair)} + tail);
+            texts.emplace_back(std::string{'5', 'a', char(pair >> 8), char(pair)} + tail, 4);
         }
     }
-    for (const std::string &text : texts) {
-        const uint64_t length = text.size() < 1000 ? 4 : text.size();
+    for (size_t bad = 0; bad <= digits.size(); ++bad) {
+        std::string text = digits;
+        bad < text.size() && (text[bad] = bad % 2 != 0 ? 'g' : ' ');
+        for (uint64_t length = 0; length <= text.size(); ++length) {
+            texts.emplace_back(text, length);
+        }
+    }
+    for (auto &[text, length] : texts) {
+        length = std::min<uint64_t>(length, text.size());
         uint8_t *bytes = nullptr;
         ASSERT_EQ(tav_util_sscanf_bytes(text.c_str(), length, &bytes), TAV_OK);
         unsigned value = 0;
         for (size_t i = 0; i < length / 2; ++i) {
             std::sscanf(text.c_str() + 2 * i, "%2x", &value);
-            ASSERT_EQ(bytes[i], value & 0xFF) << i << " of '" << text << "'";
+            ASSERT_EQ(bytes[i], value & 0xFF) << i << " of " << length << " of '" << text << "'";
         }
         std::free(bytes);
-    }
-}
-
-// Sixteen pairs at a step where all are digits: lengths 0 to 80 of a
-// mixed-case text, clean and with one character that is not a digit at
-// each place, read as sscanf "%2x" reads them; and every length of text to
-// 40 bytes, as "%02x" writes them.
-TEST_F(StringOps, HexTextInWholeStepsAndTheirTails) {
-    const std::string digits = "0123456789abcdefABCDEF5a7F00ffe1" + std::string(48, 'c');
-    for (size_t bad = 0; bad <= digits.size(); ++bad) {
-        std::string text = digits;
-        if (bad < text.size()) {
-            text[bad] = bad % 2 != 0 ? 'g' : ' ';
-        }
-        for (uint64_t length = 0; length <= text.size(); ++length) {
-            uint8_t *bytes = nullptr;
-            ASSERT_EQ(tav_util_sscanf_bytes(text.c_str(), length, &bytes), TAV_OK);
-            unsigned value = 0;
-            for (size_t i = 0; i < length / 2; ++i) {
-                std::sscanf(text.c_str() + 2 * i, "%2x", &value);
-                ASSERT_EQ(bytes[i], value & 0xFF) << i << " of " << length << " of " << text;
-            }
-            std::free(bytes);
-        }
     }
     Bytes bytes;
     std::string expected;
     for (int byte = 0; byte <= 40; ++byte) {
-        char *text = nullptr;
+        char *text = nullptr, pair[3];
         ASSERT_EQ(tav_util_sprintf_bytes(bytes.data(), bytes.size(), &text), TAV_OK);
         EXPECT_EQ(text, expected);
         std::free(text);
-        const auto value = static_cast<uint8_t>(byte * 0x35 + 0x0F); // every nibble, over time
-        char pair[3];
-        std::snprintf(pair, sizeof pair, "%02x", value);
-        bytes.push_back(value);
+        bytes.push_back(static_cast<uint8_t>(byte * 0x35 + 0x0F)); // every nibble, over time
+        std::snprintf(pair, sizeof pair, "%02x", bytes.back());
         expected += pair;
     }
 }
@@ -287,9 +272,13 @@ TEST_F(StringOps, JoinSizesWithTheTerminatorAndFailsCleanly) {
     EXPECT_EQ(tav_util_join(nullptr, 2, ",", &out, &size), TAV_ERR_NULL_ARG);
     EXPECT_EQ(tav_util_join(texts, 2, nullptr, &out, &size), TAV_ERR_NULL_ARG);
     EXPECT_EQ(tav_util_join(texts, 2, ",", &out, nullptr), TAV_ERR_NULL_ARG);
-    EXPECT_EQ(out, reinterpret_cast<char *>(1));
-    EXPECT_EQ(size, 77u);
-    EXPECT_EQ(tavtest::report_summary(), traces("tav_util_join", {2, 2, 2, 3, 3, 3, 3}));
+    EXPECT_EQ(std::tuple(out, size), std::tuple(reinterpret_cast<char *>(1), 77u));
+    const char *huge[] = {kHuge[0], kHuge[0]};
+    EXPECT_EQ(tav_util_join(huge, 2, "", &out, &size), TAV_ERR_OVERFLOW);
+    EXPECT_EQ(size, uint64_t{1} << 63);
+    EXPECT_EQ(tav_util_join(kHuge + 1, 1, "", &out, &size), TAV_ERR_OVERFLOW);
+    EXPECT_EQ(std::tuple(out, size), std::tuple(reinterpret_cast<char *>(1), UINT64_MAX));
+    EXPECT_EQ(tavtest::report_summary(), traces("tav_util_join", {2, 2, 2, 3, 3, 3, 3, 33, 33}));
 }
 
 TEST_F(StringOps, AppendKeepsEveryByteAndTheLengthOrLeavesBoth) {
