@@ -79,15 +79,6 @@ TEST(BitOps, Base64GivesTheWorkedValuesSilentlyInExactBlocks) {
         EXPECT_EQ(decode(text), plain);
         EXPECT_EQ(tav_util_to_base64_size(plain.size()), text.size());
     }
-    std::string values, all_values; // 0 to 63 in 6 bits each: the alphabet in order
-    for (int value = 0; value < 64; ++value) {
-        values += bits_of(std::string(1, static_cast<char>(value << 2)), '0').substr(0, 6);
-    }
-    for (size_t i = 0; i < values.size(); i += 8) {
-        all_values += static_cast<char>(std::stoi(values.substr(i, 8), nullptr, 2));
-    }
-    EXPECT_EQ(call(kEncode, all_values, all_values.size()).bytes, kAlphabet);
-    EXPECT_EQ(decode(kAlphabet), all_values);
     // One character is a whole group, and padding does not end the text.
     const std::tuple<std::string, const char *, size_t> decoded[] = {
         {"YQ", "a", 1},
@@ -128,15 +119,6 @@ TEST(BitOps, Base64RoundTripsAndSkipsForeignBytes) {
             usable += kAlphabet.find(c) != std::string::npos ? std::string(1, c) : "";
         }
         EXPECT_EQ(decode(text), decode(usable)) << text;
-    }
-    // One foreign byte at each place of a long text, among them the
-    // neighbours of each range of the alphabet.
-    const std::string clean = call(kEncode, random_bytes(engine, 75), 75).bytes;
-    const std::string foreign(".,*@[`{:=\n\x80\xff\0", 13);
-    for (size_t place = 0; place <= clean.size(); ++place) {
-        const std::string text =
-            clean.substr(0, place) + foreign[place % foreign.size()] + clean.substr(place);
-        EXPECT_EQ(decode(text), decode(clean)) << place;
     }
     const std::string input = random_bytes(engine, 1000);
     std::string wrapped = call(kEncode, input, input.size()).bytes;
