@@ -120,6 +120,13 @@ TEST(BitOps, Base64RoundTripsAndSkipsForeignBytes) {
         }
         EXPECT_EQ(decode(text), decode(usable)) << text;
     }
+    const std::string clean = call(kEncode, random_bytes(engine, 75), 75).bytes;
+    const std::string foreign(".,*@[`{:=\n\x80\xff\0", 13); // the alphabet's neighbours
+    for (size_t place = 0; place <= clean.size(); ++place) {
+        EXPECT_EQ(decode(clean.substr(0, place) + foreign[place % 13] + clean.substr(place)),
+                  decode(clean))
+            << place;
+    }
     const std::string input = random_bytes(engine, 1000);
     std::string wrapped = call(kEncode, input, input.size()).bytes;
     for (size_t i = 76; i < wrapped.size(); i += 77) {

@@ -218,12 +218,19 @@ TEST_F(StringOps, SplitTableAndFailures) {
         EXPECT_EQ(joined, row[2]) << row[0] << " " << row[1];
         EXPECT_EQ(sizes, expected_sizes) << row[0] << " " << row[1];
     }
-    EXPECT_EQ(tav_util_split("a", nullptr, &tokens, nullptr), TAV_ERR_NULL_ARG);
-    char line[128];
-    std::snprintf(line, sizeof line, "log tav_util_split NULL argument detected: %p %p %p %p",
-                  static_cast<const void *>("a"), nullptr, static_cast<void *>(&tokens), nullptr);
-    EXPECT_EQ(tavtest::report_summary(),
-              (Lines{line, "trace tav_util_split src/string_ops.cpp 3"}));
+    for (int gap = 0; gap < 4; ++gap) { // each pointer null in turn
+        const void *at[] = {"a", ",", &tokens, &count};
+        at[gap] = nullptr;
+        EXPECT_EQ(tav_util_split(static_cast<const char *>(at[0]), static_cast<const char *>(at[1]),
+                                 static_cast<char ***>(const_cast<void *>(at[2])),
+                                 static_cast<uint64_t *>(const_cast<void *>(at[3]))),
+                  TAV_ERR_NULL_ARG);
+        char line[160];
+        std::snprintf(line, sizeof line,
+                      "log tav_util_split NULL argument detected: %p %p %p %p|%s", at[0], at[1],
+                      at[2], at[3], "trace tav_util_split src/string_ops.cpp 3");
+        EXPECT_EQ(tavtest::said(), line);
+    }
 }
 
 TEST_F(StringOps, JoinSizesWithTheTerminatorAndFailsCleanly) {
