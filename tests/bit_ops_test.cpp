@@ -222,6 +222,12 @@ TEST(BitOps, EveryAllocationFailureIsReported) {
          "NULL parameter detected: (nil) " + o + " " + s},
         {tav_util_map_bitstring_to_bytes(&byte, 1, nullptr, &size), kMap,
          "NULL parameter detected: " + b + " (nil) " + s},
+        {tav_util_map_bitstring_to_bytes(&byte, 1, &out, nullptr), kMap,
+         "NULL parameter detected: " + b + " " + o + " (nil)"},
+        {tav_util_expand_byte_array(nullptr, 1, 2, &out, &size), kExpand,
+         "NULL parameter detected: (nil) " + o + " " + s},
+        {tav_util_expand_byte_array(&byte, 1, 2, nullptr, &size), kExpand,
+         "NULL parameter detected: " + b + " (nil) " + s},
         {tav_util_expand_byte_array(&byte, 1, 2, &out, nullptr), kExpand,
          "NULL parameter detected: " + b + " " + o + " (nil)"}};
     Lines expected;

@@ -91,6 +91,8 @@ TEST(Strbuf, FailedAppendsReportAndKeepTheOldBlock) {
     Buffer untouched = make(-1);
     EXPECT_EQ(tav_util_strbuf_append_f(nullptr, "%d", 1), -1);
     EXPECT_EQ(tav_util_strbuf_append_f(untouched.get(), nullptr), -1);
+    tav_util_strbuf_clear(untouched.get()),
+        tav_util_strbuf_hexdump(untouched.get(), "", nullptr, 5);
     EXPECT_EQ(untouched->text, nullptr);
     EXPECT_EQ(tavtest::said(), failed("tav_util_strbuf_append_fv", "NULL strbuf") + "|" +
                                    failed("tav_util_strbuf_append_fv", "NULL format"));

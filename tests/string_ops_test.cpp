@@ -263,13 +263,14 @@ TEST_F(StringOps, JoinSizesWithTheTerminatorAndFailsCleanly) {
     EXPECT_EQ(tav_util_join(nullptr, 2, ",", &out, &size), TAV_ERR_NULL_ARG);
     EXPECT_EQ(tav_util_join(texts, 2, nullptr, &out, &size), TAV_ERR_NULL_ARG);
     EXPECT_EQ(tav_util_join(texts, 2, ",", &out, nullptr), TAV_ERR_NULL_ARG);
+    EXPECT_EQ(tav_util_join(texts, 2, ",", nullptr, &size), TAV_ERR_NULL_ARG);
     EXPECT_EQ(std::tuple(out, size), std::tuple(reinterpret_cast<char *>(1), 77u));
     const char *huge[] = {kHuge[0], kHuge[0]};
     EXPECT_EQ(tav_util_join(huge, 2, "", &out, &size), TAV_ERR_OVERFLOW);
     EXPECT_EQ(size, uint64_t{1} << 63);
     EXPECT_EQ(tav_util_join(kHuge + 1, 1, "", &out, &size), TAV_ERR_OVERFLOW);
     EXPECT_EQ(std::tuple(out, size), std::tuple(reinterpret_cast<char *>(1), UINT64_MAX));
-    EXPECT_EQ(tavtest::report_summary(), traces("tav_util_join", {2, 2, 2, 3, 3, 3, 3, 33, 33}));
+    EXPECT_EQ(tavtest::report_summary(), traces("tav_util_join", {2, 2, 2, 3, 3, 3, 3, 3, 33, 33}));
 }
 
 TEST_F(StringOps, AppendKeepsEveryByteAndTheLengthOrLeavesBoth) {
