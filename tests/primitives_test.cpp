@@ -30,6 +30,9 @@ TEST(Primitives, MemoryAndPassThroughs) {
     EXPECT_EQ(std::tuple(a, b), std::tuple(nullptr, nullptr));
 
     char text[8] = "xyz", *line = tav_util_strndup("abcdef", 3);
+    EXPECT_STREQ(line, "abc");
+    std::free(line);
+    line = nullptr;
     uint64_t capacity = 0;
     FILE *stream = fmemopen(const_cast<char *>("one\ntwo"), 7, "r");
     EXPECT_EQ(tav_util_getline(stream, &line, &capacity), 4);
