@@ -1,112 +1,73 @@
-// Memory and text primitives: silent, results only.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <string>
-
-#include "alloc_inject.hpp"
-#include "recorder.hpp"
-#include "tavutil.h"
+#include "rows.hpp"
 
 namespace {
 
-TEST(Free, ClearsThePointerAndToleratesNullAndRepeats) {
-    char *text = static_cast<char *>(std::malloc(8));
-    tav_util_free(&text);
-    EXPECT_EQ(text, nullptr);
-    tav_util_free(&text); // a second call is harmless
-    EXPECT_EQ(text, nullptr);
+TEST(Primitives, MemoryAndPassThroughs) {
+    tavtest::clear_reports();
+    char *held = static_cast<char *>(std::malloc(8)), *a = nullptr, *b = nullptr, *c = nullptr;
+    tav_util_free(&held);
+    tav_util_free(&held);
     tav_util_free(nullptr);
-}
-
-// A copy in a fresh calloc block; memdup0 adds one zero byte. A null source,
-// and for memdup0 the size that leaves no room for that byte, give null
-// without allocating.
-TEST(Memdup, CopiesOrYieldsNullWithoutAllocating) {
-    const char source[] = {'a', '\0', 'b'};
-    auto *copy = static_cast<char *>(tav_util_memdup(source, sizeof source));
-    auto *terminated = static_cast<char *>(tav_util_memdup0(source, sizeof source));
-    auto *empty = static_cast<char *>(tav_util_memdup0("q", 0));
-    ASSERT_TRUE(copy && terminated && empty);
-    EXPECT_EQ(std::memcmp(copy, source, sizeof source), 0);
-    EXPECT_EQ(std::memcmp(terminated, "a\0b\0", 4), 0);
-    EXPECT_EQ(empty[0], '\0');
-    for (char *block : {copy, terminated, empty}) {
+    EXPECT_EQ(held, nullptr);
+    auto run = tavtest::run_allocations(0, [&] {
+        a = static_cast<char *>(tav_util_memdup("a\0b", 3));
+        b = static_cast<char *>(tav_util_memdup0("a\0b", 3));
+        c = static_cast<char *>(tav_util_memdup0("q", 0));
+    });
+    EXPECT_EQ(run.sizes, (std::vector<size_t>{3, 4, 1}));
+    EXPECT_EQ(std::string(a, 3) + std::string(b, 4) + c[0], std::string("a\0ba\0b\0\0", 8));
+    for (char *block : {a, b, c}) {
         std::free(block);
     }
-    for (const uint64_t size : {uint64_t{0}, uint64_t{5}, UINT64_MAX}) {
-        void *results[3] = {};
-        const auto run = tavtest::run_allocations(0, [&] {
-            results[0] = tav_util_memdup(nullptr, size);
-            results[1] = tav_util_memdup0(nullptr, size);
-            results[2] = size == UINT64_MAX ? tav_util_memdup0("x", size) : nullptr;
-        });
-        EXPECT_EQ(run.allocations, 0);
-        EXPECT_EQ(results[0], nullptr);
-        EXPECT_EQ(results[1], nullptr);
-        EXPECT_EQ(results[2], nullptr);
+    run = tavtest::run_allocations(0, [&] {
+        a = static_cast<char *>(tav_util_memdup(nullptr, 5));
+        b = static_cast<char *>(tav_util_memdup0(nullptr, 0));
+        c = static_cast<char *>(tav_util_memdup0("x", UINT64_MAX));
+    });
+    EXPECT_EQ(std::tuple(run.allocations, a, b, c), std::tuple(0, nullptr, nullptr, nullptr));
+    tavtest::run_allocations(1, [&] { a = static_cast<char *>(tav_util_memdup("abc", 3)); });
+    tavtest::run_allocations(1, [&] { b = static_cast<char *>(tav_util_memdup0("abc", 3)); });
+    EXPECT_EQ(std::tuple(a, b), std::tuple(nullptr, nullptr));
+
+    char text[8] = "xyz", *line = tav_util_strndup("abcdef", 3);
+    EXPECT_STREQ(line, "abc");
+    std::free(line);
+    line = nullptr;
+    uint64_t capacity = 0;
+    FILE *stream = fmemopen(const_cast<char *>("one\ntwo"), 7, "r");
+    EXPECT_EQ(tav_util_getline(stream, &line, &capacity), 4);
+    EXPECT_STREQ(line, "one\n");
+    std::fclose(stream);
+    std::free(line);
+    EXPECT_EQ(tav_util_strncpy(text, "ab", 4), text);
+    EXPECT_EQ(std::string(text, 5), std::string("ab\0\0\0", 5));
+    EXPECT_EQ(std::tuple(tav_util_strnlen("abcdef", 4), tav_util_strcasecmp("ABC", "abd") < 0),
+              std::tuple(4u, true));
+    const char *hay = "abcabc";
+    EXPECT_EQ(tav_util_memmem(hay, 6, "ca", 2), hay + 2);
+    EXPECT_EQ(tavtest::said(), "");
+}
+
+TEST(Primitives, SnprintfRefusesWhatDoesNotFit) {
+    const struct {
+        uint64_t size;
+        const char *text;
+        int32_t result;
+        const char *left;
+    } rows[] = {{4, "abc", 3, "abc"},
+                {4, "abcd", -1, "abc"},
+                {1, "a", -1, ""},
+                {0, "", -1, "####"},
+                {0x80000000, nullptr, -1, "####"},
+                {UINT64_MAX, "", -1, "####"},
+                {0x7FFFFFFF, "12", 2, "12"}};
+    for (const auto &row : rows) {
+        char buffer[8] = "####";
+        EXPECT_EQ(tav_util_snprintf(buffer, row.size, row.text ? "%s" : nullptr, row.text),
+                  row.result);
+        EXPECT_STREQ(buffer, row.left) << row.size;
     }
-}
-
-TEST(Memdup, FailedAllocationYieldsNull) {
-    void *a = nullptr;
-    void *b = nullptr;
-    const auto run = tavtest::run_allocations(1, [&] { a = tav_util_memdup("abc", 3); });
-    EXPECT_TRUE(run.injected);
-    EXPECT_EQ(a, nullptr);
-    EXPECT_EQ(tavtest::run_allocations(1, [&] { b = tav_util_memdup0("abc", 3); }).live_blocks, 0);
-    EXPECT_EQ(b, nullptr);
-}
-
-struct SnprintfCase {
-    uint64_t size;
-    const char *text;
-    int32_t result;
-    const char *left; // what the buffer holds afterwards
-};
-
-TEST(Snprintf, ReportsTruncationAsFailure) {
-    const SnprintfCase cases[] = {
-        {4, "abc", 3, "abc"},   // fits with its terminator
-        {4, "abcd", -1, "abc"}, // one too long: cut and terminated
-        {4, "", 0, ""},         // empty text
-        {1, "a", -1, ""},       // only the terminator fits
-        {16, "abcdefgh", 8, "abcdefgh"},
-    };
-    for (const auto &c : cases) {
-        char buffer[32];
-        std::memset(buffer, '#', sizeof buffer);
-        EXPECT_EQ(tav_util_snprintf(buffer, c.size, "%s", c.text), c.result) << c.text;
-        EXPECT_STREQ(buffer, c.left) << c.text;
-    }
-}
-
-TEST(Snprintf, SizeZeroWritesNothing) {
-    char buffer[4] = {'#', '#', '#', '\0'};
-    EXPECT_EQ(tav_util_snprintf(buffer, 0, "%s", ""), -1);
-    EXPECT_EQ(tav_util_snprintf(buffer, 0, "%s", "abc"), -1);
-    EXPECT_STREQ(buffer, "###");
-}
-
-TEST(Snprintf, SizeAboveInt32MaxIsRefusedUntouched) {
-    char buffer[8] = "keep";
-    // The format is not even looked at: a null one would crash vsnprintf.
-    EXPECT_EQ(tav_util_snprintf(buffer, 0x80000000ULL, nullptr), -1);
-    EXPECT_EQ(tav_util_snprintf(buffer, UINT64_MAX, "%s", "x"), -1);
-    EXPECT_STREQ(buffer, "keep");
-    // Exactly 0x7FFFFFFF goes ahead (the buffer is big enough for this text).
-    EXPECT_EQ(tav_util_snprintf(buffer, 0x7FFFFFFFULL, "%d", 12), 2);
-    EXPECT_STREQ(buffer, "12");
-}
-
-TEST(Primitives, NeverReport) {
-    tavtest::clear_reports();
-    char buffer[2];
-    tav_util_snprintf(buffer, sizeof buffer, "%s", "too long");
-    tav_util_memdup(nullptr, 1);
-    tav_util_free(nullptr);
-    EXPECT_TRUE(tavtest::reports().empty());
+    EXPECT_EQ(tavtest::said(), "");
 }
 
 } // namespace

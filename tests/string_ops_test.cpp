@@ -1,22 +1,13 @@
-// String operations: worked tables, a cross-check against sscanf, every failure.
-#include <gtest/gtest.h>
-
+#include <array>
 #include <clocale>
-#include <cstdio>
-#include <cstring>
 #include <cwchar>
 #include <dlfcn.h>
 #include <random>
-#include <string>
-#include <vector>
 
-#include "alloc_inject.hpp"
-#include "recorder.hpp"
-#include "tavutil.h"
+#include "rows.hpp"
 
 namespace {
 using Lines = std::vector<std::string>;
-using Bytes = std::vector<uint8_t>;
 // What the filling pass of mbsrtowcs does, and whether the block can be had.
 enum Plan { kAsIs, kFillFails, kStopsShort, kNoMemory } mbsrtowcs_plan = kAsIs;
 } // namespace
@@ -26,6 +17,16 @@ extern "C" size_t mbsrtowcs(wchar_t *to, const char **from, size_t limit, mbstat
     static const Fn real = reinterpret_cast<Fn>(dlsym(RTLD_NEXT, "mbsrtowcs"));
     const Plan plan = to != nullptr ? mbsrtowcs_plan : kAsIs;
     return plan == kFillFails ? size_t(-1) : real(to, from, limit - (plan == kStopsShort), state);
+}
+
+// Texts longer than any address space holds, for the join's overflow tests.
+const char *const kHuge[] = {"\x01half", "\x01all"};
+extern "C" size_t strlen(const char *text) noexcept {
+    const volatile char *p = text;
+    size_t n = text == kHuge[0] ? SIZE_MAX / 2 + 1 : text == kHuge[1] ? SIZE_MAX : 0;
+    for (; n < SIZE_MAX / 2 && p[n] != '\0'; ++n) {
+    }
+    return n;
 }
 
 namespace {
@@ -98,76 +99,88 @@ TEST_F(StringOps, HexTextBothWaysAndItsOneFailure) {
     EXPECT_EQ(tavtest::report_summary(), expected);
 }
 
-// Every byte equals what sscanf "%2x" reads at its place, keeping the value
-// before on failure: all pairs behind "5a" with various tails, and long blank runs.
-TEST_F(StringOps, HexPairsReadExactlyAsSscanfDoes) {
-    const std::string blanks(3001, ' ');
-    std::vector<std::string> texts = {blanks + "c3" + std::string(999, '\n'),
-                                      "7f" + blanks + "zz" + blanks + "-1 "};
+// Every byte is what sscanf "%2x" reads at its place, keeping the value
+// before: all pairs behind "5a" with various tails, long blank runs, and
+// digits in steps of sixteen pairs with one other character at each place,
+// at every length. "%02x" writes every length of bytes to 40.
+TEST_F(StringOps, HexTextMatchesSscanfAndSnprintf) {
+    const std::string blanks(3001, ' '),
+        digits = "0123456789abcdefABCDEF5a7F00ffe1" + std::string(48, 'c');
+    std::vector<std::pair<std::string, uint64_t>> texts = {
+        {blanks + "c3" + std::string(999, '\n'), UINT64_MAX},
+        {"7f" + blanks + "zz" + blanks + "-1 ", UINT64_MAX}};
     for (const std::string tail : {"", "0", "7f", "x", "g", " 1", "\t\n-f", "x9", "  "}) {
         for (int pair = 0; pair < 65536; ++pair) {
-            texts.push_back(std::string{'5', 'a', char(pair >> 8), char(pair)} + tail);
+            texts.emplace_back(std::string{'5', 'a', char(pair >> 8), char(pair)} + tail, 4);
         }
     }
-    for (const std::string &text : texts) {
-        const uint64_t length = text.size() < 1000 ? 4 : text.size();
+    for (size_t bad = 0; bad <= digits.size(); ++bad) {
+        std::string text = digits;
+        bad < text.size() && (text[bad] = bad % 2 != 0 ? 'g' : ' ');
+        for (uint64_t length = 0; length <= text.size(); ++length) {
+            texts.emplace_back(text, length);
+        }
+    }
+    for (auto &[text, length] : texts) {
+        length = std::min<uint64_t>(length, text.size());
         uint8_t *bytes = nullptr;
         ASSERT_EQ(tav_util_sscanf_bytes(text.c_str(), length, &bytes), TAV_OK);
         unsigned value = 0;
         for (size_t i = 0; i < length / 2; ++i) {
             std::sscanf(text.c_str() + 2 * i, "%2x", &value);
-            ASSERT_EQ(bytes[i], value & 0xFF) << i << " of '" << text << "'";
+            ASSERT_EQ(bytes[i], value & 0xFF) << i << " of " << length << " of '" << text << "'";
         }
         std::free(bytes);
-    }
-}
-
-// Sixteen pairs at a step where all are digits: lengths 0 to 80 of a
-// mixed-case text, clean and with one character that is not a digit at
-// each place, read as sscanf "%2x" reads them; and every length of text to
-// 40 bytes, as "%02x" writes them.
-TEST_F(StringOps, HexTextInWholeStepsAndTheirTails) {
-    const std::string digits = "0123456789abcdefABCDEF5a7F00ffe1" + std::string(48, 'c');
-    for (size_t bad = 0; bad <= digits.size(); ++bad) {
-        std::string text = digits;
-        if (bad < text.size()) {
-            text[bad] = bad % 2 != 0 ? 'g' : ' ';
-        }
-        for (uint64_t length = 0; length <= text.size(); ++length) {
-            uint8_t *bytes = nullptr;
-            ASSERT_EQ(tav_util_sscanf_bytes(text.c_str(), length, &bytes), TAV_OK);
-            unsigned value = 0;
-            for (size_t i = 0; i < length / 2; ++i) {
-                std::sscanf(text.c_str() + 2 * i, "%2x", &value);
-                ASSERT_EQ(bytes[i], value & 0xFF) << i << " of " << length << " of " << text;
-            }
-            std::free(bytes);
-        }
     }
     Bytes bytes;
     std::string expected;
     for (int byte = 0; byte <= 40; ++byte) {
-        char *text = nullptr;
+        char *text = nullptr, pair[3];
         ASSERT_EQ(tav_util_sprintf_bytes(bytes.data(), bytes.size(), &text), TAV_OK);
         EXPECT_EQ(text, expected);
         std::free(text);
-        const auto value = static_cast<uint8_t>(byte * 0x35 + 0x0F); // every nibble, over time
-        char pair[3];
-        std::snprintf(pair, sizeof pair, "%02x", value);
-        bytes.push_back(value);
+        bytes.push_back(static_cast<uint8_t>(byte * 0x35 + 0x0F)); // every nibble, over time
+        std::snprintf(pair, sizeof pair, "%02x", bytes.back());
         expected += pair;
     }
 }
 
 // Each row runs once with each allocation failing (the array, then each
-// token), then whole. The last two rows: an empty delimiter never matches.
+// token), then whole. An empty delimiter never matches. Behind the worked
+// rows, one-byte delimiters at several densities, split by the plain rule.
 TEST_F(StringOps, SplitTableAndFailures) {
-    const char *const rows[][3] = {
+    std::vector<std::array<std::string, 3>> rows = {
         {"", ",", ""},           {",,,", ",", ""},         {"abc", ",", "abc"},
         {"a,b", ",", "a|b"},     {",a,b", ",", "a|b"},     {"a,,b", ",", "a|b"},
         {"a,b,", ",", "a|b"},    {",,a,,b,,", ",", "a|b"}, {"a--b", "--", "a|b"},
         {"a---b", "--", "a|-b"}, {"a----b", "--", "a|b"},  {"-a--", "--", "-a"},
         {"ab", "abc", "ab"},     {"a,b", "", "a,b"},       {"", "", ""}};
+    const auto by_rule = [&](const std::string &text, char d) {
+        std::string runs;
+        for (const char c : text) {
+            runs += c != d ? std::string(1, c)
+                           : std::string(runs.empty() || runs.back() == '|' ? "" : "|");
+        }
+        rows.push_back({text, std::string(1, d),
+                        runs.substr(0, runs.size() - (!runs.empty() && runs.back() == '|'))});
+    };
+    std::mt19937 engine(5);
+    std::string alternating;
+    for (int i = 0; i < 1000; ++i) {
+        alternating += "a,";
+    }
+    by_rule(alternating, ',');
+    for (const char d : {',', '\xff'}) {
+        for (size_t length = 0; length <= 70; ++length) {
+            for (const unsigned one_in : {2, 5, 40}) {
+                std::string text;
+                for (size_t i = 0; i < length; ++i) {
+                    text += engine() % one_in == 0 ? d : static_cast<char>('a' + i % 26);
+                }
+                by_rule(text, d);
+            }
+        }
+    }
     char **tokens = nullptr;
     uint64_t count = 99;
     for (const auto &row : rows) {
@@ -176,7 +189,7 @@ TEST_F(StringOps, SplitTableAndFailures) {
         std::vector<size_t> sizes;
         const auto op = [&] {
             tavtest::clear_reports();
-            status = tav_util_split(row[0], row[1], &tokens, &count);
+            status = tav_util_split(row[0].c_str(), row[1].c_str(), &tokens, &count);
         };
         tavtest::for_each_allocation_failure(op, [&](long nth, const tavtest::AllocRun &run) {
             EXPECT_EQ(status, TAV_ERR_NOMEM);
@@ -201,59 +214,22 @@ TEST_F(StringOps, SplitTableAndFailures) {
             std::free(tokens[i]);
         }
         std::free(tokens);
+        expected_sizes.resize(std::min<size_t>(expected_sizes.size(), 64)); // as many as recorded
         EXPECT_EQ(joined, row[2]) << row[0] << " " << row[1];
         EXPECT_EQ(sizes, expected_sizes) << row[0] << " " << row[1];
     }
-    EXPECT_EQ(tav_util_split("a", nullptr, &tokens, nullptr), TAV_ERR_NULL_ARG);
-    char line[128];
-    std::snprintf(line, sizeof line, "log tav_util_split NULL argument detected: %p %p %p %p",
-                  static_cast<const void *>("a"), nullptr, static_cast<void *>(&tokens), nullptr);
-    EXPECT_EQ(tavtest::report_summary(),
-              (Lines{line, "trace tav_util_split src/string_ops.cpp 3"}));
-}
-
-// A one-byte delimiter makes the maximal runs of other bytes: texts of every
-// length to 70 at several densities of delimiters (and one long enough for
-// many rounds of counting), checked against that plain rule.
-TEST_F(StringOps, SplitOnOneByteMakesTheRunsOfOtherBytes) {
-    std::mt19937 engine(5);
-    std::string alternating;
-    for (int i = 0; i < 3000; ++i) {
-        alternating += "a,";
-    }
-    std::vector<std::pair<std::string, char>> texts = {{alternating, ','}};
-    for (const char d : {',', '\xff'}) {
-        for (size_t length = 0; length <= 70; ++length) {
-            for (const unsigned one_in : {2, 5, 40}) {
-                std::string text;
-                for (size_t i = 0; i < length; ++i) {
-                    text += engine() % one_in == 0 ? d : static_cast<char>('a' + i % 26);
-                }
-                texts.emplace_back(text, d);
-            }
-        }
-    }
-    for (const auto &[text, d] : texts) {
-        std::vector<std::string> expected(1);
-        for (const char c : text) {
-            if (c != d) {
-                expected.back() += c;
-            } else if (!expected.back().empty()) {
-                expected.emplace_back();
-            }
-        }
-        if (expected.back().empty()) {
-            expected.pop_back();
-        }
-        char **tokens = nullptr;
-        uint64_t count = 0;
-        ASSERT_EQ(tav_util_split(text.c_str(), std::string(1, d).c_str(), &tokens, &count), TAV_OK);
-        const std::vector<std::string> made(tokens, tokens + count);
-        for (uint64_t i = 0; i < count; ++i) {
-            std::free(tokens[i]);
-        }
-        std::free(tokens);
-        ASSERT_EQ(made, expected) << text;
+    for (int gap = 0; gap < 4; ++gap) { // each pointer null in turn
+        const void *at[] = {"a", ",", &tokens, &count};
+        at[gap] = nullptr;
+        EXPECT_EQ(tav_util_split(static_cast<const char *>(at[0]), static_cast<const char *>(at[1]),
+                                 static_cast<char ***>(const_cast<void *>(at[2])),
+                                 static_cast<uint64_t *>(const_cast<void *>(at[3]))),
+                  TAV_ERR_NULL_ARG);
+        char line[160];
+        std::snprintf(line, sizeof line,
+                      "log tav_util_split NULL argument detected: %p %p %p %p|%s", at[0], at[1],
+                      at[2], at[3], "trace tav_util_split src/string_ops.cpp 3");
+        EXPECT_EQ(tavtest::said(), line);
     }
 }
 
@@ -287,9 +263,14 @@ TEST_F(StringOps, JoinSizesWithTheTerminatorAndFailsCleanly) {
     EXPECT_EQ(tav_util_join(nullptr, 2, ",", &out, &size), TAV_ERR_NULL_ARG);
     EXPECT_EQ(tav_util_join(texts, 2, nullptr, &out, &size), TAV_ERR_NULL_ARG);
     EXPECT_EQ(tav_util_join(texts, 2, ",", &out, nullptr), TAV_ERR_NULL_ARG);
-    EXPECT_EQ(out, reinterpret_cast<char *>(1));
-    EXPECT_EQ(size, 77u);
-    EXPECT_EQ(tavtest::report_summary(), traces("tav_util_join", {2, 2, 2, 3, 3, 3, 3}));
+    EXPECT_EQ(tav_util_join(texts, 2, ",", nullptr, &size), TAV_ERR_NULL_ARG);
+    EXPECT_EQ(std::tuple(out, size), std::tuple(reinterpret_cast<char *>(1), 77u));
+    const char *huge[] = {kHuge[0], kHuge[0]};
+    EXPECT_EQ(tav_util_join(huge, 2, "", &out, &size), TAV_ERR_OVERFLOW);
+    EXPECT_EQ(size, uint64_t{1} << 63);
+    EXPECT_EQ(tav_util_join(kHuge + 1, 1, "", &out, &size), TAV_ERR_OVERFLOW);
+    EXPECT_EQ(std::tuple(out, size), std::tuple(reinterpret_cast<char *>(1), UINT64_MAX));
+    EXPECT_EQ(tavtest::report_summary(), traces("tav_util_join", {2, 2, 2, 3, 3, 3, 3, 3, 33, 33}));
 }
 
 TEST_F(StringOps, AppendKeepsEveryByteAndTheLengthOrLeavesBoth) {

@@ -6,51 +6,35 @@
 #include <dlfcn.h>
 
 namespace {
-
 using VsnprintfFn = int (*)(char *, size_t, const char *, va_list);
-
 tavtest::VsnprintfPlan plan;
 bool active = false;
-long changed_calls = 0;
-
 VsnprintfFn real_vsnprintf() {
     static VsnprintfFn real = reinterpret_cast<VsnprintfFn>(dlsym(RTLD_NEXT, "vsnprintf"));
     return real;
 }
-
 bool applies(const char *format) {
     return active && (plan.only_format == nullptr ||
                       (format != nullptr && std::strcmp(format, plan.only_format) == 0));
 }
-
 } // namespace
 
 extern "C" int vsnprintf(char *buffer, size_t size, const char *format, va_list args) {
     if (applies(format)) {
         if (size > 0 && plan.fail_sized_with != 0) {
-            ++changed_calls;
             errno = plan.fail_sized_with;
             return -1;
         }
         if (size == 0 && plan.size_pass_result != -2) {
-            ++changed_calls;
             return static_cast<int>(plan.size_pass_result);
         }
     }
     return real_vsnprintf()(buffer, size, format, args);
 }
 
-namespace tavtest {
-
-VsnprintfInjection::VsnprintfInjection(const VsnprintfPlan &p) {
-    real_vsnprintf(); // resolve before the plan is in force
+tavtest::VsnprintfInjection::VsnprintfInjection(const VsnprintfPlan &p) {
+    real_vsnprintf(); // resolved before the plan is in force
     plan = p;
-    changed_calls = 0;
     active = true;
 }
-
-VsnprintfInjection::~VsnprintfInjection() { active = false; }
-
-long VsnprintfInjection::changed() const { return changed_calls; }
-
-} // namespace tavtest
+tavtest::VsnprintfInjection::~VsnprintfInjection() { active = false; }
