@@ -300,21 +300,40 @@ std::string dispositions() {
     return letters;
 }
 
-// In a child each: signals 1 to 31 and 64 start with a handler that asks for
-// a full mask and flags (9 and 19 can't: they stay D), then calls such as
-// "i2 c r15" (ignore 2, ignore the common ones, reset 15) run: "first status
-// that is not TAV_OK, dispositions|reports".
+// Signals 1 to 31 and 64 start with a handler that asks for a full mask and
+// flags (9 and 19 can't: they stay D), then calls such as "i2 c r15" (ignore
+// 2, ignore the common ones, reset 15) run: "first status that is not TAV_OK,
+// dispositions|reports".
+std::string signals_after(const std::string &calls, uint64_t failing) {
+    struct sigaction handler {};
+    sigfillset(&handler.sa_mask);
+    handler.sa_flags = SA_RESTART | SA_NODEFER;
+    handler.sa_handler = marked;
+    for (int signum = 1; signum <= 64; ++signum) {
+        sigaction(signum, &handler, nullptr);
+    }
+    tavtest::clear_reports();
+    tav_status first = TAV_OK;
+    std::istringstream words(calls);
+    tavtest::host_faults().sigaction_fails = failing;
+    for (std::string call; words >> call;) {
+        const int32_t n = std::atoi(call.c_str() + 1);
+        const tav_status st = call[0] == 'c'   ? tav_util_ignore_common_signals()
+                              : call[0] == 'i' ? tav_util_ignore_signal(n)
+                                               : tav_util_reset_signal(n);
+        first = first != TAV_OK ? first : st;
+    }
+    tavtest::host_faults().sigaction_fails = 0;
+    return to_string(first) + " " + dispositions() + tavtest::reported();
+}
+
+// Each row in a child of its own.
 TEST(Signals, DispositionsAfterEachCall) {
-    const std::string ignore =
-                          "|log tav_util_ignore_signal" + kOps + ": Failed to set ignore signal ",
-                      common = "|log tav_util_ignore_common_signals" + kOps +
-                               ": Failed to set ignore signal ";
-    const std::string reset = "|log tav_util_reset_signal Invalid or unsupported signal value ",
-                      bad = "|trace tav_util_reset_signal" + kOps + " 7";
-    const std::string einval = "  Reason: Invalid argument",
-                      start = "HHHHHHHHDHHHHHHHHHDHHHHHHHHHHHHH";
     // clang-format off
-    const std::tuple<const char *, uint64_t, std::string> rows[] = {
+    const std::string ignore = "|log tav_util_ignore_signal" + kOps + ": Failed to set ignore signal ", common = "|log tav_util_ignore_common_signals" + kOps + ": Failed to set ignore signal ";
+    const std::string reset = "|log tav_util_reset_signal Invalid or unsupported signal value ", bad = "|trace tav_util_reset_signal" + kOps + " 7";
+    const std::string einval = "  Reason: Invalid argument", start = "HHHHHHHHDHHHHHHHHHDHHHHHHHHHHHHH";
+    const std::tuple<std::string, uint64_t, std::string> rows[] = {
         //                                1234567890123456789012345678901 and 64
         {"i1 i31", 0, "0 IHHHHHHHDHHHHHHHHHDHHHHHHHHHHHIH"},
         {"i9 i15 i19 i0 i-1 i32 i64", 0, "0 " + start},
@@ -326,33 +345,10 @@ TEST(Signals, DispositionsAfterEachCall) {
         {"r9", 0, "6 " + start + "|log tav_util_reset_signal" + kOps + ": Failed to reset signal Killed (9)" + einval},
     };
     // clang-format on
-    for (const auto &[calls, failing, expected] : rows) {
-        const std::string text = calls;
-        const uint64_t fails = failing;
-        EXPECT_EQ(tavtest::in_child([&] {
-                      struct sigaction handler {};
-                      sigfillset(&handler.sa_mask);
-                      handler.sa_flags = SA_RESTART | SA_NODEFER;
-                      handler.sa_handler = marked;
-                      for (int signum = 1; signum <= 64; ++signum) {
-                          sigaction(signum, &handler, nullptr);
-                      }
-                      tavtest::clear_reports();
-                      tav_status first = TAV_OK;
-                      std::istringstream words(text);
-                      tavtest::host_faults().sigaction_fails = fails;
-                      for (std::string call; words >> call;) {
-                          const int32_t n = std::atoi(call.c_str() + 1);
-                          const tav_status st = call[0] == 'c'   ? tav_util_ignore_common_signals()
-                                                : call[0] == 'i' ? tav_util_ignore_signal(n)
-                                                                 : tav_util_reset_signal(n);
-                          first = first != TAV_OK ? first : st;
-                      }
-                      tavtest::host_faults().sigaction_fails = 0;
-                      return to_string(first) + " " + dispositions() + tavtest::reported();
-                  }),
-                  expected)
-            << calls;
+    for (const auto &row : rows) {
+        EXPECT_EQ(
+            tavtest::in_child([&] { return signals_after(std::get<0>(row), std::get<1>(row)); }),
+            std::get<2>(row));
     }
 }
 
