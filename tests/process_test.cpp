@@ -38,13 +38,8 @@ std::string slurp(const std::string &path) {
 // Each row by tav_spawn then tav_wait, and by tav_spawn_and_wait: "status code
 // live size|reports"; the handle's record is the only allocation.
 TEST(Spawn, ExitCodesAndFailures) {
-    struct Row {
-        Words argv;
-        tavtest::HostFaults faults;
-        long fail_at;
-        std::string expected;
-    };
     // clang-format off
+    struct Row { Words argv; tavtest::HostFaults faults; long fail_at; std::string expected; };
     const Row rows[] = {
         {{"/bin/sh", "-c", "exit 0", nullptr}, {}, 0, "0 0 0 4"},
         {{"/bin/sh", "-c", "exit 255", nullptr}, {}, 0, "0 255 0 4"},
@@ -84,10 +79,10 @@ TEST(Spawn, ExitCodesAndFailures) {
 // With SIGCHLD ignored the system collects the child itself: the failed wait
 // keeps the handle, and tav_spawn_and_wait releases its own.
 TEST(Spawn, WaitFailsWhenTheSystemCollects) {
-    const std::string failed =
-        "|log tav_wait" + kSpawn +
-        ": Failed to wait on process PID  Reason: No child processes|trace tav_wait" + kSpawn +
-        " 6";
+    const std::string failed = "|log tav_wait" + kSpawn +
+                               ": Failed to wait on process PID  Reason: No "
+                               "child processes|trace tav_wait" +
+                               kSpawn + " 6";
     EXPECT_EQ(tavtest::in_child([] {
                   tav_util_ignore_signal(SIGCHLD);
                   tav_proc_handle handle = nullptr;
@@ -115,16 +110,9 @@ TEST(Spawn, WaitFailsWhenTheSystemCollects) {
 // 0 when the call collected it. A killed child then waits as -1.
 TEST(AwaitChild, PollsKillsAndReports) {
     enum Target { kRunning, kEnded, kSelf };
-    const std::string await = "tav_util_await_child_timeout" + kOps,
-                      future = "tav_util_future_timeout", ts = " src/time/timespec_common.cpp ";
-    struct Row {
-        Target target;
-        int32_t seconds;
-        tavtest::HostFaults faults;
-        int clock_fails; // 1: from the start, 2: from the first waitpid
-        std::string expected;
-    };
     // clang-format off
+    const std::string await = "tav_util_await_child_timeout" + kOps, future = "tav_util_future_timeout", ts = " src/time/timespec_common.cpp ";
+    struct Row { Target target; int32_t seconds; tavtest::HostFaults faults; int clock_fails; /* 1: from the start, 2: from the first waitpid */ std::string expected; };
     const Row rows[] = {
         {kRunning, 0, {}, 0, "36|trace " + await + " 36 9"},
         {kRunning, 1, {}, 0, "36|trace " + await + " 36 9"},
