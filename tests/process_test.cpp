@@ -215,7 +215,8 @@ TEST(ProcessSearch, FindsTheFirstArgumentByBothModes) {
 // A stand-in for /proc: directories named after processes that stay (1, this
 // one), after no process, not numeric, and a file named after a process. An
 // allocation failing gives one kind of "status count pids live|reports"
-// (count w: written; pids u: untouched, n: null and the size asked, a: an array).
+// (count - unwritten; pids u: untouched, n: null and the size asked, a: an
+// array). A path the filter can't build drops its entry: 1 or this one.
 TEST(ProcessSearch, ScanOfAStandInDirectory) {
     const std::string dir = "/tmp/tavscan-" + to_string(getpid()), me = to_string(getpid());
     for (const std::string name : {"/1", "/4194305", "/self", "/one/1"}) {
@@ -227,7 +228,8 @@ TEST(ProcessSearch, ScanOfAStandInDirectory) {
                       of = "tav_util_pid_of" + kOps;
     // clang-format off
     const std::set<std::string> kinds = {
-        "0 w a 1" + vas + "|trace vet_possible_directory" + kOps + " 2|log vet_possible_directory Failed to allocate path",
+        "0 1 a 1" + vas + "|trace vet_possible_directory" + kOps + " 2|log vet_possible_directory Failed to allocate path",
+        "0 2 a 1" + vas + "|trace vet_possible_directory" + kOps + " 2|log vet_possible_directory Failed to allocate path",
         "6 - u 0|log " + of + ": Failed to open /proc  Reason: Cannot allocate memory|trace " + of + " 6",
         "2 - n 0 8|log tav_util_pid_of Failed to allocate memory|trace " + of + " 2",
         "2 - a 1" + vas + "|trace " + of + " 2|log tav_util_pid_of Failed to allocate path"};
@@ -244,8 +246,8 @@ TEST(ProcessSearch, ScanOfAStandInDirectory) {
     tavtest::for_each_allocation_failure(search, [&](long nth, const tavtest::AllocRun &run) {
         const char held = pids == untouched ? 'u' : pids == nullptr ? 'n' : 'a';
         const std::string size = held == 'n' ? " " + to_string(run.sizes.at(size_t(nth - 1))) : "";
-        seen.insert(to_string(st) + (count != 77 ? " w " : " - ") + held + " " +
-                    to_string(run.live_blocks) + size + tavtest::reported());
+        seen.insert(to_string(st) + " " + (count != 77 ? to_string(count) : "-") + " " + held +
+                    " " + to_string(run.live_blocks) + size + tavtest::reported());
         std::free(held == 'a' ? pids : nullptr);
         tavtest::clear_reports();
     });
