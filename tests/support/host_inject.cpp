@@ -26,7 +26,6 @@ REAL(waitpid);
 REAL(kill);
 REAL(sigaction);
 REAL(scandir);
-REAL(sysconf);
 REAL(flock);
 
 int failed(int error) { return errno = error, -1; }
@@ -59,6 +58,7 @@ int scandir(const char *path, dirent ***list, int (*filter)(const dirent *),
 }
 
 long sysconf(int name) {
+    static const auto real_sysconf = next(&::sysconf, "sysconf"); // asked for before main
     return name == faults.sysconf_name ? (errno = EINVAL, faults.sysconf_result)
                                        : real_sysconf(name);
 }
