@@ -53,13 +53,11 @@ TEST(Identity, GetenvCopiesValuesUpTo299Characters) {
 // Each call: "status|reports V" with what V holds after it; then setenv's own
 // allocations failing (some it does without).
 TEST(Identity, SetenvAndUnsetenv) {
-    auto refused = [](const char *op, int error) {
-        const std::string fn = std::string("tav_util_") + op + "env src/env/linux.cpp ";
-        return "6|perror " + fn + std::to_string(error) + " Failed to " + op +
-               " environment variable|trace " + fn + "6";
-    };
-    const std::string set_null = "3|trace tav_util_setenv src/env/linux.cpp 3",
-                      unset_null = "3|trace tav_util_unsetenv src/env/linux.cpp 3";
+    // clang-format off
+    auto refused = [](const char *op, int error) { return "6|perror tav_util_" + std::string(op) + "env src/env/linux.cpp " + std::to_string(error) + " Failed to " + op + " environment variable|trace tav_util_" + op + "env src/env/linux.cpp 6"; };
+    const std::string set_null = "3|trace tav_util_setenv src/env/linux.cpp 3", unset_null = "3|trace tav_util_unsetenv src/env/linux.cpp 3";
+    const std::string expected = "\n" + set_null + " null\n" + set_null + " null\n" + refused("set", EINVAL) + " null\n" + refused("set", EINVAL) + " null\n0 'one'\n0 'two'\n" + unset_null + " 'two'\n" + refused("unset", EINVAL) + " 'two'\n" + refused("unset", EINVAL) + " 'two'\n0 null\n0 null\n" + refused("set", ENOMEM);
+    // clang-format on
     EXPECT_EQ(tavtest::in_child([] {
                   std::string seen;
                   auto row = [&](tav_status status) {
@@ -89,10 +87,7 @@ TEST(Identity, SetenvAndUnsetenv) {
                   }
                   return seen;
               }),
-              "\n" + set_null + " null\n" + set_null + " null\n" + refused("set", EINVAL) +
-                  " null\n" + refused("set", EINVAL) + " null\n0 'one'\n0 'two'\n" + unset_null +
-                  " 'two'\n" + refused("unset", EINVAL) + " 'two'\n" + refused("unset", EINVAL) +
-                  " 'two'\n0 null\n0 null\n" + refused("set", ENOMEM));
+              expected);
 }
 
 // Each call: "status size live|reports egid"; the last as nobody, where only
