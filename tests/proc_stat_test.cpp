@@ -62,17 +62,14 @@ Lines kernel_tokens(const std::string &path) {
     return tokens;
 }
 
-TEST(ProcStat, SelfMatchesTheKernelInItsSteadyTokens) {
-    const Lines mine = parsed(0), kernel = kernel_tokens("/proc/self/stat");
+// This process in its steady tokens; a stopped child, whose line holds still,
+// in all 42: its name has blanks and parentheses, its nice value is negative.
+TEST(ProcStat, MatchesTheKernel) {
+    const Lines self = parsed(0), kernel = kernel_tokens("/proc/self/stat");
     for (int token : {1, 2, 3, 4, 5, 6, 7, 8, 18, 19, 20, 21, 22, 25, 26, 27, 28, 38, 40, 41}) {
-        EXPECT_EQ(mine[token], kernel[token]) << "token " << token;
+        EXPECT_EQ(self[token], kernel[token]) << "token " << token;
     }
-    EXPECT_EQ(mine[1], std::to_string(getpid()));
-}
-
-// A stopped child's line holds still, so all 42 tokens must agree. Its name
-// has blanks and parentheses, its nice value is negative.
-TEST(ProcStat, AStoppedChildMatchesTheKernelInEveryToken) {
+    EXPECT_EQ(self[1], std::to_string(getpid()));
     const pid_t child = fork();
     if (child == 0) {
         prctl(PR_SET_NAME, "a) b (c");
@@ -82,10 +79,9 @@ TEST(ProcStat, AStoppedChildMatchesTheKernelInEveryToken) {
     }
     waitpid(child, nullptr, WUNTRACED);
     const Lines mine = parsed(child),
-                kernel = kernel_tokens("/proc/" + std::to_string(child) + "/stat");
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    EXPECT_EQ(mine, kernel);
+                its = kernel_tokens("/proc/" + std::to_string(child) + "/stat");
+    kill(child, SIGKILL), waitpid(child, nullptr, 0);
+    EXPECT_EQ(mine, its);
     EXPECT_EQ(mine[2] + mine[3] + mine[19], "a) b (cT-5");
     EXPECT_EQ(parsed(child).back(), kTrace + "32") << "reaped, it names nothing";
 }
@@ -112,7 +108,7 @@ TEST(ProcStat, CraftedLines) {
     };
     auto record = [&](const Changes &changes) { return tokens(changes, "0", "name"); };
     const std::string cut = line({}).substr(0, line({}).rfind(' ')) + "\n",
-                      n = std::to_string(cut.size() + 1);
+                      n = std::to_string(cut.size() + 1), n70(70, 'n');
     Lines shifted = record({{4, "0"}});
     shifted.insert(shifted.begin() + 5, "4");
     shifted.pop_back();
@@ -120,7 +116,6 @@ TEST(ProcStat, CraftedLines) {
     short_line.insert(short_line.end(),
                       {"log tav_util_proc_stat Parsing logic failed, j=" + n + ", len=" + n + "\n",
                        kTrace + "6"});
-    const std::string n70(70, 'n');
     // clang-format off
     const std::pair<std::string, Lines> rows[] = {
         {line({}), record({})},
@@ -140,41 +135,33 @@ TEST(ProcStat, CraftedLines) {
     };
     // clang-format on
     const std::string file = testing::TempDir() + "crafted_stat";
-    tavtest::SyscallPlan plan;
-    plan.fopen_from = "/proc/self/stat";
-    plan.fopen_to = file.c_str();
-    tavtest::SyscallInjection redirect(plan);
+    tavtest::SyscallInjection redirect({.fopen_from = "/proc/self/stat", .fopen_to = file.c_str()});
     for (const auto &[text, expected] : rows) {
         std::ofstream(file) << text;
         EXPECT_EQ(parsed(0), expected) << text;
     }
 }
 
-TEST(ProcStat, FailuresLeaveAZeroedRecord) {
-    Lines zero{"32"};
-    for (const std::string &token : record_tokens(tav_proc_stat{})) {
-        zero.push_back(token);
-    }
+// Open and read failures leave a zeroed record; allocations failing in turn
+// fail the open (the stream's), then the read (getline's), leaving nothing.
+TEST(ProcStat, Failures) {
+    Lines zero = record_tokens(tav_proc_stat{});
+    zero.insert(zero.begin(), "32");
     zero.push_back(kTrace + "32");
     EXPECT_EQ(parsed(-1), zero);
-    tavtest::SyscallPlan plan;
-    plan.fopen_from = "/proc/self/stat";
-    plan.fopen_to = "/"; // a directory opens as a stream, and its read fails
-    tavtest::SyscallInjection redirect(plan);
-    zero[0] = "9";
-    zero.back() =
-        "log tav_util_proc_stat src/system/linux.cpp: getline() failed  Reason: Is a directory";
-    zero.push_back(kTrace + "9");
-    EXPECT_EQ(parsed(0), zero);
+    {
+        // A directory opens as a stream, and its read fails.
+        tavtest::SyscallInjection redirect({.fopen_from = "/proc/self/stat", .fopen_to = "/"});
+        zero[0] = "9";
+        zero.back() =
+            "log tav_util_proc_stat src/system/linux.cpp: getline() failed  Reason: Is a directory";
+        zero.push_back(kTrace + "9");
+        EXPECT_EQ(parsed(0), zero);
+    }
     tavtest::clear_reports();
     EXPECT_EQ(tav_util_proc_stat(nullptr, 0), TAV_ERR_NULL_ARG);
     EXPECT_EQ(tavtest::report_summary(),
               (Lines{"log tav_util_proc_stat ret_proc_stat is NULL", kTrace + "3"}));
-}
-
-// The stream's first allocation fails the open (its buffer is done
-// without), getline's fail the read; nothing is left behind.
-TEST(ProcStat, EveryAllocationFailure) {
     Lines seen;
     tav_proc_stat r;
     auto call = [&] { tavtest::clear_reports(), tav_util_proc_stat(&r, 0); };

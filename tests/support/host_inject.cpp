@@ -2,109 +2,109 @@
 #include "recorder.hpp"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <dirent.h>
 #include <dlfcn.h>
+#include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
-using SysconfFn = long (*)(int);
-using FlockFn = int (*)(int, int);
+tavtest::HostFaults faults;
 
-bool sysconf_active = false;
-int sysconf_name = 0;
-long sysconf_result = 0;
-int sysconf_error = 0;
-std::function<void()> before_flock;
-
-SysconfFn real_sysconf() {
-    static SysconfFn real = reinterpret_cast<SysconfFn>(dlsym(RTLD_NEXT, "sysconf"));
-    return real;
+// Resolved before main, so that no test's allocation count sees dlsym.
+template <typename Fn> Fn next(Fn, const char *name) {
+    return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
 }
+#define REAL(name) const auto real_##name = next(&::name, #name)
+REAL(fork);
+REAL(waitpid);
+REAL(kill);
+REAL(sigaction);
+REAL(scandir);
+REAL(flock);
 
-FlockFn real_flock() {
-    static FlockFn real = reinterpret_cast<FlockFn>(dlsym(RTLD_NEXT, "flock"));
-    return real;
-}
+int failed(int error) { return errno = error, -1; }
 
 } // namespace
 
-extern "C" int flock(int fd, int operation) {
-    if (before_flock) {
-        const std::function<void()> before = std::move(before_flock);
-        before_flock = nullptr;
-        before();
+extern "C" {
+
+pid_t fork() { return faults.fork_errno != 0 ? failed(faults.fork_errno) : real_fork(); }
+
+pid_t waitpid(pid_t pid, int *status, int options) {
+    if (faults.before_waitpid) {
+        faults.before_waitpid();
     }
-    return real_flock()(fd, operation);
+    return real_waitpid(pid, status, options);
 }
 
-extern "C" long sysconf(int name) {
-    if (sysconf_active && name == sysconf_name) {
-        errno = sysconf_error;
-        return sysconf_result;
-    }
-    return real_sysconf()(name);
+int kill(pid_t pid, int signum) {
+    return faults.kill_errno != 0 ? failed(faults.kill_errno) : real_kill(pid, signum);
 }
+
+int sigaction(int signum, const struct sigaction *action, struct sigaction *old) {
+    const bool fails = signum > 0 && signum < 64 && (faults.sigaction_fails >> signum & 1) != 0;
+    return fails ? failed(EINVAL) : real_sigaction(signum, action, old);
+}
+
+int scandir(const char *path, dirent ***list, int (*filter)(const dirent *),
+            int (*compare)(const dirent **, const dirent **)) {
+    return real_scandir(faults.scandir_in ? faults.scandir_in : path, list, filter, compare);
+}
+
+long sysconf(int name) {
+    static const auto real_sysconf = next(&::sysconf, "sysconf"); // asked for before main
+    return name == faults.sysconf_name ? (errno = EINVAL, faults.sysconf_result)
+                                       : real_sysconf(name);
+}
+
+int flock(int fd, int operation) {
+    if (const std::function<void()> before = std::exchange(faults.before_flock, nullptr)) {
+        before();
+    }
+    return real_flock(fd, operation);
+}
+
+} // extern "C"
 
 namespace tavtest {
 
-SysconfOverride::SysconfOverride(int name, long result, int error) {
-    real_sysconf();
-    sysconf_name = name;
-    sysconf_result = result;
-    sysconf_error = error;
-    sysconf_active = true;
-}
+HostFaults &host_faults() { return faults; }
 
-SysconfOverride::~SysconfOverride() { sysconf_active = false; }
-
-BeforeFlock::BeforeFlock(std::function<void()> before) {
-    real_flock();
-    before_flock = std::move(before);
-}
-
-BeforeFlock::~BeforeFlock() { before_flock = nullptr; }
-
-std::vector<std::string> in_child(const std::function<std::vector<std::string>()> &body) {
-    int channel[2];
-    if (pipe(channel) != 0) {
-        return {"pipe failed"};
+std::string reported() {
+    std::string text;
+    for (const std::string &report : report_summary()) {
+        text += "|" + report;
     }
+    return text;
+}
+
+bool drop_to_nobody() {
+    return setresgid(65534, 65534, 65534) == 0 && setresuid(65534, 65534, 0) == 0;
+}
+
+std::string in_child(const std::function<std::string()> &body) {
+    constexpr size_t kRoom = 1 << 16;
+    void *shared = mmap(nullptr, kRoom, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     std::fflush(nullptr);
     const pid_t child = fork();
     if (child == 0) {
-        close(channel[0]);
-        std::string out;
-        for (const std::string &line : body()) {
-            out += line + '\n';
-        }
-        for (size_t done = 0; done < out.size();) {
-            const ssize_t n = write(channel[1], out.data() + done, out.size() - done);
-            if (n <= 0) {
-                tavtest::child_exit(1);
-            }
-            done += static_cast<size_t>(n);
-        }
-        tavtest::child_exit(0);
+        std::snprintf(static_cast<char *>(shared), kRoom, "%s", body().c_str());
+        [[maybe_unused]] const int root = seteuid(0); // kept as saved by drop_to_nobody
+        child_exit(0);
     }
-    close(channel[1]);
-    std::string text;
-    char chunk[4096];
-    for (ssize_t n; (n = read(channel[0], chunk, sizeof chunk)) > 0;) {
-        text.append(chunk, static_cast<size_t>(n));
-    }
-    close(channel[0]);
     int wstatus = 0;
     waitpid(child, &wstatus, 0);
-    if (!WIFEXITED(wstatus) || WEXITSTATUS(wstatus) != 0) {
-        return {"child ended with wait status " + std::to_string(wstatus)};
-    }
-    std::vector<std::string> lines;
-    for (size_t at = 0, end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
-        lines.push_back(text.substr(at, end - at));
-    }
-    return lines;
+    const std::string text = wstatus == 0
+                                 ? static_cast<char *>(shared)
+                                 : "child ended with wait status " + std::to_string(wstatus);
+    munmap(shared, kRoom);
+    return text;
 }
 
 } // namespace tavtest
