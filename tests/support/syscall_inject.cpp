@@ -1,8 +1,10 @@
 #include "syscall_inject.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,7 +17,7 @@ namespace {
 tavtest::SyscallPlan plan;
 bool active = false;
 std::vector<std::string> log;
-size_t reads_done = 0, writes_done = 0;
+size_t done[2] = {};
 int fail_count = 0;
 
 template <typename Fn> Fn libc(Fn, const char *name) {
@@ -34,38 +36,45 @@ REAL(fflush);
 REAL(fopen);
 REAL(fclose);
 
-std::string path_of(int fd) {
-    char target[512];
-    const ssize_t n = ::readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), target, 512);
-    return n < 0 ? std::to_string(fd) : std::string(target, static_cast<size_t>(n));
+const char *path_of(int fd) {
+    static char link[32], target[1024];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    target[std::max(::readlink(link, target, sizeof target - 1), ssize_t{0})] = '\0';
+    return target;
 }
 
-// Records "name arguments" outside any allocation count; true when the plan
-// fails this call, with errno set.
-template <typename Arguments> bool recorded(const char *name, Arguments arguments) {
+// Records the call, built without allocating; true when the plan fails it.
+bool recorded(const char *format, ...) {
     if (!active) {
         return false;
     }
+    char text[1200];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
     {
         tavtest::AllocPause pause;
-        const std::string text = arguments();
-        log.push_back(text.empty() ? name : std::string(name) + " " + text);
+        log.emplace_back(text);
     }
-    if (plan.fail == nullptr || std::string(plan.fail) != name || ++fail_count != plan.fail_nth) {
+    const size_t n = plan.fail ? std::strlen(plan.fail) : 0;
+    if (n == 0 || std::strncmp(text, plan.fail, n) != 0 || (text[n] != ' ' && text[n] != '\0') ||
+        ++fail_count != plan.fail_nth) {
         return false;
     }
     errno = plan.error;
     return true;
 }
 
-const auto none = [] { return std::string(); };
-
-// A scripted transfer's result, or -2 to pass through with `count` cut.
-long scripted(const std::vector<long> &steps, size_t &done, size_t &count) {
-    const long step = active && done < steps.size() ? steps[done++] : -2;
-    count = step > 0 && static_cast<size_t>(step) < count ? static_cast<size_t>(step) : count;
+// A read (which 0) or write (1): the plan's next step, or the real call.
+template <typename Real> ssize_t transfer(int which, size_t count, Real real) {
+    const auto &steps = which == 0 ? plan.reads : plan.writes;
+    if (recorded(which == 0 ? "read %zu" : "write %zu", count)) {
+        return -1;
+    }
+    const long step = active && done[which] < steps.size() ? steps[done[which]++] : -2;
     errno = step == -1 ? plan.error : errno;
-    return step;
+    return step == 0 || step == -1 ? step : real(step > 0 ? std::min(count, size_t(step)) : count);
 }
 
 } // namespace
@@ -77,58 +86,33 @@ int open(const char *path, int flags, ...) {
     va_start(args, flags);
     const auto mode = va_arg(args, unsigned); // the library always passes one
     va_end(args);
-    char numbers[32];
-    std::snprintf(numbers, sizeof numbers, plan.open_modes ? "%o %o" : "%o",
-                  static_cast<unsigned>(flags), mode);
-    return recorded("open", [&] { return path + std::string(" ") + numbers; })
+    return recorded(plan.open_modes ? "open %s %o %o" : "open %s %o", path, flags, mode)
                ? -1
                : real_open(path, flags, mode);
 }
-
 ssize_t read(int fd, void *buf, size_t count) {
-    if (recorded("read", [&] { return std::to_string(count); })) {
-        return -1;
-    }
-    const long step = scripted(plan.reads, reads_done, count);
-    return step > 0 || step == -2 ? real_read(fd, buf, count) : step;
+    return transfer(0, count, [&](size_t n) { return real_read(fd, buf, n); });
 }
-
 ssize_t write(int fd, const void *buf, size_t count) {
-    if (recorded("write", [&] { return std::to_string(count); })) {
-        return -1;
-    }
-    const long step = scripted(plan.writes, writes_done, count);
-    return step > 0 || step == -2 ? real_write(fd, buf, count) : step;
+    return transfer(1, count, [&](size_t n) { return real_write(fd, buf, n); });
 }
-
 off_t lseek(int fd, off_t offset, int whence) {
-    const auto text = [&] { return std::to_string(offset) + " " + std::to_string(whence); };
-    return recorded("lseek", text) ? -1 : real_lseek(fd, offset, whence);
+    return recorded("lseek %jd %d", intmax_t(offset), whence) ? -1 : real_lseek(fd, offset, whence);
 }
-
-int fstat(int fd, struct stat *st) { return recorded("fstat", none) ? -1 : real_fstat(fd, st); }
-
-int fsync(int fd) {
-    return recorded("fsync", [&] { return path_of(fd); }) ? -1 : real_fsync(fd);
-}
-
-int close(int fd) {
-    return recorded("close", [&] { return path_of(fd); }) ? -1 : real_close(fd);
-}
-
-int fflush(FILE *stream) { return recorded("fflush", none) ? EOF : real_fflush(stream); }
-
+int fstat(int fd, struct stat *st) { return recorded("fstat") ? -1 : real_fstat(fd, st); }
+int fsync(int fd) { return recorded("fsync %s", path_of(fd)) ? -1 : real_fsync(fd); }
+int close(int fd) { return recorded("close %s", path_of(fd)) ? -1 : real_close(fd); }
+int fflush(FILE *stream) { return recorded("fflush") ? EOF : real_fflush(stream); }
 FILE *fopen(const char *path, const char *mode) {
-    recorded("fopen", [&] { return path + std::string(" ") + mode; });
+    recorded("fopen %s %s", path, mode);
     if (active && plan.before_fopen) {
         plan.before_fopen();
     }
-    const bool redirect = active && plan.fopen_from && std::string(path) == plan.fopen_from;
+    const bool redirect = active && plan.fopen_from && std::strcmp(path, plan.fopen_from) == 0;
     return real_fopen(redirect ? plan.fopen_to : path, mode);
 }
-
 int fclose(FILE *stream) {
-    const bool fails = recorded("fclose", none);
+    const bool fails = recorded("fclose");
     const int result = real_fclose(stream);
     errno = fails ? plan.error : errno;
     return fails ? EOF : result;
@@ -141,12 +125,10 @@ namespace tavtest {
 SyscallInjection::SyscallInjection(SyscallPlan p) {
     plan = std::move(p);
     log.clear();
-    reads_done = writes_done = fail_count = 0;
+    done[0] = done[1] = fail_count = 0;
     active = true;
 }
-
 SyscallInjection::~SyscallInjection() { active = false; }
-
 const std::vector<std::string> &SyscallInjection::calls() const { return log; }
 
 } // namespace tavtest
