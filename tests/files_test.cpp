@@ -53,8 +53,7 @@ class Files : public ::testing::Test {
     void SetUp() override {
         char name[] = "/tmp/tavfiles.XXXXXX";
         dir = std::filesystem::canonical(mkdtemp(name));
-        free_fd = dup(0);
-        close(free_fd);
+        close(free_fd = dup(0));
     }
     void TearDown() override {
         std::for_each(fds.begin(), fds.end(), close);
@@ -68,11 +67,10 @@ class Files : public ::testing::Test {
     }
     int opened(const std::string &content, off_t at = 0, int flags = O_RDONLY) {
         fds.push_back(open(put(std::to_string(fds.size()), content).c_str(), flags));
-        lseek(fds.back(), at, SEEK_SET);
-        return fds.back();
+        return lseek(fds.back(), at, SEEK_SET) * 0 + fds.back();
     }
-    // Names delivered (-9: no scan began), with a copy asked for before the
-    // first and after the last entry, and one advance past the end.
+    // Names delivered (-9: no scan began); a copy asked for before the first
+    // and after the last entry, and one advance past the end, add 100.
     long scan(const std::string &path, const std::function<void()> &between = {}) {
         tav_util_dirscan_handle *handle = tav_util_dirscan_begin(path.c_str());
         long n = !handle ? -9 : tav_dirscan_file_name(handle) ? 100 : 0;
@@ -86,27 +84,28 @@ class Files : public ::testing::Test {
         tav_util_dirscan_end(handle);
         return n;
     }
+    // "status out-arguments-written [calls] reports;": the directory as "@",
+    // repeated calls as "xN"; no block left but the results handed over.
     std::string run(const std::function<long()> &op, Plan plan = {}, long fail_at = 0) {
-        fd = slot = exists = kUnset, size = count = kUnset;
+        fd = slot = exists = kUnset, size = count = kUnset, names[0] = '\0';
         data = marked<uint8_t>(), text = marked<char>(), stream = marked<FILE>();
         tavtest::clear_reports();
         long status = 0;
-        int error = 0;
-        Lines calls;
-        {
-            tavtest::SyscallInjection inject(std::move(plan));
-            last = tavtest::run_allocations(fail_at, [&] { status = op(), error = errno; });
-            calls = inject.calls();
+        std::string out, error;
+        tavtest::SyscallInjection inject(std::move(plan));
+        last = tavtest::run_allocations(fail_at,
+                                        [&] { status = op(), error = std::to_string(errno); });
+        const Lines calls = inject.calls();
+        for (const auto &[name, value] : {std::pair{"slot=", int64_t{slot}},
+                                          {"size=", size},
+                                          {"count=", count},
+                                          {"exists=", exists},
+                                          {"fd=", fd}}) {
+            out += value == kUnset
+                       ? ""
+                       : std::string(" ") + name +
+                             (name[0] == 'f' && value >= 0 ? "open" : std::to_string(value));
         }
-        std::string out =
-            std::to_string(status) + (status == -1 ? " errno=" + std::to_string(error) : "");
-        for (const auto &[name, value] : {std::pair{" slot=", int64_t{slot}},
-                                          {" size=", size},
-                                          {" count=", count},
-                                          {" exists=", exists}}) {
-            out += value != kUnset ? name + std::to_string(value) : "";
-        }
-        out += fd == kUnset ? "" : fd < 0 ? " fd=" + std::to_string(fd) : (close(fd), " fd=open");
         const bool owned[] = {data != marked<uint8_t>() && data, text != marked<char>() && text,
                               stream != marked<FILE>() && stream};
         const std::string bytes =
@@ -114,17 +113,16 @@ class Files : public ::testing::Test {
         out += data == marked<uint8_t>()
                    ? ""
                    : " data=" + replaced(replaced(bytes, "\n", "\\n"), std::string(1, '\0'), "\\0");
-        out +=
-            text == marked<char>() ? "" : " text=" + (owned[1] ? replaced(text, dir, "@") : "null");
-        out += stream == marked<FILE>() ? ""
-               : owned[2]               ? (fclose(stream), " stream=open")
-                                        : " stream=null";
+        out += text == marked<char>() ? "" : " text=" + std::string(owned[1] ? text : "null");
+        out += stream == marked<FILE>() ? "" : owned[2] ? " stream=open" : " stream=null";
         EXPECT_EQ(last.live_blocks, owned[0] + owned[1] + owned[2]);
         EXPECT_EQ(owned[0] ? std::count(last.sizes.begin(), last.sizes.end(), size + 1) : 1, 1);
         std::free(owned[0] ? static_cast<void *>(data) : owned[1] ? text : nullptr);
-        out += " [";
+        (void)(owned[2] && fclose(stream)), (void)(fd >= 0 && fd != kUnset && close(fd));
+        out = std::to_string(status) + (status == -1 ? " errno=" + error : "") + out + " [";
         for (size_t i = 0, n = 1; i < calls.size(); i += n) {
-            for (n = 1; i + n < calls.size() && calls[i + n] == calls[i]; ++n) {
+            for (n = 1; i + n < calls.size() && calls[i + n] == calls[i];) {
+                ++n;
             }
             out += (i ? "; " : "") + calls[i] + (n > 1 ? " x" + std::to_string(n) : "");
         }
@@ -153,9 +151,8 @@ class Files : public ::testing::Test {
         }
     }
     std::string dir;
-    int free_fd = -1;
     std::vector<int> fds;
-    int32_t fd, slot, exists;
+    int32_t free_fd, fd, slot, exists;
     uint64_t size, count;
     uint8_t *data;
     char *text, names[512];
