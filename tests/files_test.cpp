@@ -293,7 +293,7 @@ TEST_F(Files, NamedFilesAndSync) {
 
 TEST_F(Files, PathsAndDirectories) {
     // clang-format off
-    const std::string dotted = dir + "/link/.././f", missing = dir + "/link/none", d = dir + "/d", f = put("f"), empty = d + "/e", sorted = dir + "/s";
+    const std::string dotted = dir + "/link/.././f", missing = dir + "/link/none", d = dir + "/d", f = put("f"), empty = d + "/e", sorted = dir + "/s", ro = dir + "/ro";
     const std::string gone = sorted + "/gone", added = sorted + "/new", end = "T dirscan X 37; T dirscan X 37;";
     mkdir(d.c_str(), 0700), mkdir(empty.c_str(), 0700), mkdir(sorted.c_str(), 0700), symlink(d.c_str(), (dir + "/link").c_str());
     for (const char *name : {"beta", "Alpha", "Gamma", ".x", "...", "-", "gone"}) {
@@ -312,6 +312,7 @@ TEST_F(Files, PathsAndDirectories) {
         {OP(tav_util_get_directory_component(nullptr, &text) + tav_util_get_directory_component("a", nullptr) + tav_util_abs_path(nullptr, &text) + tav_util_abs_path("/", nullptr)), {}, 0, "12 [] T get_directory_component D 3; T get_directory_component D 3; T abs_path D 3; T abs_path D 3;"},
         {OP(tav_util_mkdir(nullptr) + tav_util_mkdir_read_only(nullptr)), {}, 0, "6 [] T mkdir X 3; T mkdir_read_only X 3;"},
         {OP(tav_util_mkdir(d.c_str())), {}, 0, "6 [] T mkdir X 6;"},
+        {OP(tav_util_mkdir_read_only(ro.c_str()) * 10 + tav_util_query_dir_exists(ro.c_str(), &exists)), {}, 0, "0 exists=1 []"},
         {OP(tav_util_mkdir_read_only(d.c_str())), {}, 0, "6 [] L mkdir_read_only X: Failed to create directory @/d ~ File exists; T mkdir_read_only X 6;"},
         {OP(tav_util_query_dir_exists(d.c_str(), &exists)), {}, 0, "0 exists=1 []"},
         {OP(tav_util_query_dir_exists(missing.c_str(), &exists)), {}, 0, "0 exists=0 []"},
