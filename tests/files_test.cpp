@@ -356,39 +356,30 @@ TEST_F(Files, OutputCwdAndNobody) {
     put("locked/f");
     chown(mine.c_str(), 65534, 65534);
     chmod(dir.c_str(), 0777);
-    const char *L = lf.c_str();
+    const char *L = lf.c_str(), *d = dir.c_str();
     const std::string rw = mine + "/rw", ro = mine + "/ro";
     const auto child = tavtest::in_child([&] {
         dup2(open(out.c_str(), O_WRONLY), 1);
         const long printed = tav_util_printf_bytes(bytes, 256) +
                              tav_util_fprintf_bytes(stdout, bytes, 0) + fflush(stdout);
-        Lines seen = {std::to_string(printed) + slurp(out)};
-        chdir(dir.c_str());
-        seen.push_back(run(OP(tav_util_sync_file("bare"))));
+        Lines seen = {std::to_string(printed) + slurp(out),
+                      (chdir(d), run(OP(tav_util_sync_file("bare"))))};
         if (setgid(65534) + setuid(65534) + static_cast<int>(umask(0)) * 0 != 0) {
             return Lines{};
         }
-        seen.push_back(run(OP(tav_util_mkdir(rw.c_str()) + tav_util_mkdir_read_only(ro.c_str()))));
-        struct stat a {
-        }, b{};
-        const int made = stat(rw.c_str(), &a) + stat(ro.c_str(), &b);
-        seen.push_back(run(OP(scan(ro))));
-        const int entered = chdir(ro.c_str()), created = creat((ro + "/f").c_str(), 0600);
-        seen.push_back(std::to_string(made) + " " + std::to_string(a.st_mode & 07777) + " " +
-                       std::to_string(b.st_mode & 07777) + " " + std::to_string(entered) + " " +
-                       std::to_string(created) + " " + std::to_string(errno));
-        for (const std::function<long()> &op : std::vector<std::function<long()>>{
-                 OP(tav_util_open(&fd, &slot, O_RDONLY, 0, "%s", L)),
-                 OP(tav_util_query_file_exists(L, &exists)), OP(tav_util_get_file_size(L, &size)),
-                 OP(tav_util_sync_file(L)), OP(tav_util_query_dir_exists(locked.c_str(), &exists)),
-                 OP(scan(locked))}) {
-            seen.push_back(run(op));
-        }
+        struct stat a = {}, b = {};
+        // clang-format off
+        seen.insert(seen.end(), {run(OP(tav_util_mkdir(rw.c_str()) + tav_util_mkdir_read_only(ro.c_str()))), run(OP(scan(ro))),
+            (stat(rw.c_str(), &a), stat(ro.c_str(), &b), std::to_string(a.st_mode & 07777) + " " + std::to_string(b.st_mode & 07777)),
+            std::to_string(chdir(ro.c_str())), std::to_string(creat((ro + "/f").c_str(), 0600)), std::to_string(errno),
+            run(OP(tav_util_open(&fd, &slot, O_RDONLY, 0, "%s", L))), run(OP(tav_util_query_file_exists(L, &exists))), run(OP(tav_util_get_file_size(L, &size))),
+            run(OP(tav_util_sync_file(L))), run(OP(tav_util_query_dir_exists(locked.c_str(), &exists))), run(OP(scan(locked)))});
+        // clang-format on
         return seen;
     });
     // clang-format off
     EXPECT_EQ(child, (Lines{"0" + hex, "0 [open bare 2; open bare 0; fsync @/bare x2; close @/bare x2]", "0 []",
-                            "0 [] T dirscan X 37; T dirscan X 37;", "0 448 320 0 -1 13",
+                            "0 [] T dirscan X 37; T dirscan X 37;", "448 320", "0", "-1", "13",
                             "6 slot=13 fd=-1 [open @/locked/f 0] T open P 6;", "6 [] T query_file_exists P 6;", "6 [open @/locked/f 0] T get_file_size P 6;",
                             "6 [open @/locked/f 2] L sync_file S: Failed to open file @/locked/f ~ Permission denied; T sync_file S 6;",
                             "0 exists=0 [] L query_dir_exists X: Error checking directory @/locked existence ~ Permission denied;",

@@ -25,16 +25,10 @@ template <typename Fn> Fn libc(Fn, const char *name) {
 }
 // Resolved before main: dlsym may allocate, which would shift a test's count.
 #define REAL(name) const auto real_##name = libc(&::name, #name)
-REAL(open);
-REAL(read);
-REAL(write);
-REAL(lseek);
-REAL(fstat);
-REAL(fsync);
-REAL(close);
-REAL(fflush);
-REAL(fopen);
-REAL(fclose);
+// clang-format off
+REAL(open); REAL(read); REAL(write); REAL(lseek); REAL(fstat);
+REAL(fsync); REAL(close); REAL(fflush); REAL(fopen); REAL(fclose);
+// clang-format on
 
 const char *path_of(int fd) {
     static char link[32], target[1024];
@@ -53,17 +47,13 @@ bool recorded(const char *format, ...) {
     va_start(args, format);
     std::vsnprintf(text, sizeof text, format, args);
     va_end(args);
-    {
-        tavtest::AllocPause pause;
-        log.emplace_back(text);
-    }
-    const size_t n = plan.fail ? std::strlen(plan.fail) : 0;
-    if (n == 0 || std::strncmp(text, plan.fail, n) != 0 || (text[n] != ' ' && text[n] != '\0') ||
-        ++fail_count != plan.fail_nth) {
-        return false;
-    }
-    errno = plan.error;
-    return true;
+    tavtest::AllocPause pause;
+    log.emplace_back(text);
+    const bool fails = plan.fail &&
+                       (log.back() + " ").rfind(plan.fail + std::string(" "), 0) == 0 &&
+                       ++fail_count == plan.fail_nth;
+    errno = fails ? plan.error : errno;
+    return fails;
 }
 
 // A read (which 0) or write (1): the plan's next step, or the real call.

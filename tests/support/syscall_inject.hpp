@@ -1,5 +1,6 @@
-// Records the file calls the library makes, in order, and scripts their
-// results. The test programs define these calls, forwarding to libc's.
+// Records the file calls the library makes and scripts their results. Entries:
+// "open PATH FLAGS[ MODE]" (octal), "read N", "write N", "lseek OFFSET WHENCE",
+// "fstat", "fopen PATH MODE", "fsync PATH", "close PATH", "fflush", "fclose".
 #pragma once
 
 #include <functional>
@@ -12,8 +13,7 @@ struct SyscallPlan {
     // Successive read (write) results: -2 passes through, 0 returns 0, n > 0
     // moves at most n bytes, -1 fails with `error`; later calls pass through.
     std::vector<long> reads = {}, writes = {};
-    // The `fail_nth` call of this name fails with `error` (fclose still closes).
-    const char *fail = nullptr;
+    const char *fail = nullptr; // the `fail_nth` call so named fails (fclose still closes)
     int fail_nth = 1;
     int error = 5;           // EIO
     bool open_modes = false; // record the mode each open receives too
@@ -21,9 +21,7 @@ struct SyscallPlan {
     const char *fopen_from = nullptr, *fopen_to = nullptr; // fopen of one opens the other
 };
 
-// Entries: "open PATH FLAGS[ MODE]" (octal), "read N", "write N", "lseek OFFSET
-// WHENCE", "fstat", "fopen PATH MODE", "fsync PATH", "close PATH", "fflush",
-// "fclose"; a descriptor is named by its path.
+// Applies the plan and records while it exists.
 class SyscallInjection {
   public:
     explicit SyscallInjection(SyscallPlan plan = {});
