@@ -96,6 +96,7 @@ class Files : public ::testing::Test {
         tavtest::clear_reports();
         long status = 0;
         std::string out, error, bytes = "null";
+        plan.marks = true;
         tavtest::SyscallInjection inject(std::move(plan));
         last = tavtest::run_allocations(fail_at,
                                         [&] { status = op(), error = std::to_string(errno); });
@@ -229,7 +230,7 @@ TEST_F(Files, NamedFilesAndSync) {
     // clang-format off
     const std::string f = put("pid", "4242"), w = dir + "/w", big(1 << 20, 'b'), pad(998 - dir.size(), '/'), g = put("f", "x");
     const std::string p999 = dir + pad + "f", p1000 = p999 + "f", fx = f + "x", wx = w + "/x", size_of = "open @/pid 0; fstat; close @/pid; fopen @/pid rb";
-    const std::string durable = "fflush; fsync @/w; open @ 0; fsync @; close @; fclose]", both = "open @/f 2; open @ 0; fsync @/f; fsync @; close @; close @/f]";
+    const std::string durable = "fflush; fsync @/w; open @ 0; fsync @; close @; fclose]", failed = "fflush; fsync @/w; open @ 0; fsync @; close @ ^1; fclose ^1]", both = "open @/f 2; open @ 0; fsync @/f; fsync @; close @; close @/f]";
     const char *F = f.c_str(), *W = w.c_str(), *d = dir.c_str();
     struct stat st = {};
     FILE *appended = fopen(g.c_str(), "a"), *null = fopen("/dev/null", "w"), *full = fopen("/dev/full", "w"), *no_descriptor = fmemopen(memory, 8, "w");
@@ -255,9 +256,9 @@ TEST_F(Files, NamedFilesAndSync) {
         {OP(tav_util_write_named_file(nullptr, 1, "", 0, nullptr) + tav_util_write_named_file(W, 1, nullptr, 0, nullptr)), {}, 0, "6 [] T write_named_file C 3; T write_named_file C 3;"},
         {OP(tav_util_write_named_file(d, 1, "", 0, nullptr)), {}, 0, "6 [fopen @ wb] T write_named_file C 6;"},
         {OP(tav_util_write_named_file(wx.c_str(), 1, "", 0, nullptr)), {}, 0, "6 [fopen @/w/x wb] T write_named_file C 6;"},
-        {OP(tav_util_write_named_file("/dev/full", 1, "z", 1, nullptr)), {}, 0, "6 [fopen /dev/full wb; fflush; fclose] T sync S 6; T write_named_file C 6;"},
+        {OP(tav_util_write_named_file("/dev/full", 1, "z", 1, nullptr)), {}, 0, "6 [fopen /dev/full wb; fflush; fclose ^1] T sync S 6; T write_named_file C 6;"},
         {OP(tav_util_write_named_file("/dev/full", 1, big.data(), big.size(), nullptr)), {}, 0, "6 [fopen /dev/full wb; fclose] T write_named_file C 6;"},
-        {OP(tav_util_write_named_file(W, 1, "", 0, nullptr)), {.fail = "fsync", .fail_nth = 2}, 0, "6 [fopen @/w wb; " + durable + " T sync S 6; T write_named_file C 6;"},
+        {OP(tav_util_write_named_file(W, 1, "", 0, nullptr)), {.fail = "fsync", .fail_nth = 2}, 0, "6 [fopen @/w wb; " + failed + " T sync S 6; T write_named_file C 6;"},
         {OP(tav_util_write_named_file(W, 1, "", 0, nullptr)), {}, 1, "2 [] L get_directory_component D: Memory allocation error ~ Cannot allocate memory; T get_directory_component D 2; T write_named_file C 2;"},
         {OP(tav_util_write_named_file(W, 1, "", 0, nullptr)), {}, 2, "6 [fopen @/w wb] T write_named_file C 6;"},
         {OP(tav_util_copy_file(fx.c_str(), W)), {}, 0, "6 [open @/pidx 0] T get_file_size P 6; T read_named_file C 6;"},
@@ -265,16 +266,16 @@ TEST_F(Files, NamedFilesAndSync) {
         {OP(tav_util_fprintf_bytes(nullptr, data, 1) + tav_util_fprintf_bytes(stdout, nullptr, 1) + tav_util_printf_bytes(nullptr, 1)), {}, 0, "9 [] T fprintf_bytes C 3; T fprintf_bytes C 3; T printf_bytes C 3;"},
         {OP(tav_util_sync(appended, d)), {}, 0, "0 [fflush; fsync @/f; open @ 0; fsync @; close @]"},
         {OP(tav_util_sync(appended, nullptr)), {}, 0, "0 [fflush; fsync @/f]"},
-        {OP(tav_util_sync(appended, "/dev/null")), {}, 0, "6 [fflush; fsync @/f; open /dev/null 0; fsync /dev/null; close /dev/null] T sync S 6;"},
+        {OP(tav_util_sync(appended, "/dev/null")), {}, 0, "6 [fflush; fsync @/f; open /dev/null 0; fsync /dev/null; close /dev/null ^1] T sync S 6;"},
         {OP(tav_util_sync(appended, "")), {}, 0, "6 [fflush; fsync @/f; open  0] T sync S 6;"},
-        {OP(tav_util_sync(full, nullptr) + tav_util_sync(no_descriptor, nullptr)), {}, 0, "12 [fflush x2] T sync S 6; T sync S 6;"},
+        {OP(tav_util_sync(full, nullptr) + tav_util_sync(no_descriptor, nullptr)), {}, 0, "12 [fflush; fflush ^1] T sync S 6; T sync S 6;"},
         {OP(tav_util_sync(null, nullptr)), {}, 0, "6 [fflush; fsync /dev/null] T sync S 6;"},
         {OP(tav_util_sync_file(g.c_str())), {}, 0, "0 [" + both},
         {OP(tav_util_sync_file(p999.c_str())), {}, 0, "0 [open @" + pad + "f 2; open @" + pad.substr(1) + " 0; fsync @/f; fsync @; close @; close @/f]"},
         {OP(tav_util_sync_file(d)), {}, 0, "6 [open @ 2] L sync_file S: Failed to open file @ ~ Is a directory; T sync_file S 6;"},
-        {OP(tav_util_sync_file(g.c_str())), {.fail = "open", .fail_nth = 2}, 0, "6 [open @/f 2; open @ 0; close @/f] L sync_file S: Failed to open directory @ ~ Input/output error; T sync_file S 6;"},
-        {OP(tav_util_sync_file("/dev/null")), {}, 0, "6 [open /dev/null 2; open /dev 0; fsync /dev/null; close /dev; close /dev/null] L sync_file S: Failed to sync file /dev/null ~ Invalid argument; T sync_file S 6;"},
-        {OP(tav_util_sync_file(g.c_str())), {.fail = "fsync", .fail_nth = 2}, 0, "6 [" + both + " L sync_file S: Failed to sync directory file @ ~ Input/output error; T sync_file S 6;"},
+        {OP(tav_util_sync_file(g.c_str())), {.fail = "open", .fail_nth = 2}, 0, "6 [open @/f 2; open @ 0; close @/f ^1] L sync_file S: Failed to open directory @ ~ Input/output error; T sync_file S 6;"},
+        {OP(tav_util_sync_file("/dev/null")), {}, 0, "6 [open /dev/null 2; open /dev 0; fsync /dev/null; close /dev ^1; close /dev/null ^1] L sync_file S: Failed to sync file /dev/null ~ Invalid argument; T sync_file S 6;"},
+        {OP(tav_util_sync_file(g.c_str())), {.fail = "fsync", .fail_nth = 2}, 0, "6 [open @/f 2; open @ 0; fsync @/f; fsync @; close @ ^1; close @/f ^1] L sync_file S: Failed to sync directory file @ ~ Input/output error; T sync_file S 6;"},
         {OP(tav_util_sync_file(nullptr) + tav_util_sync_file(p1000.c_str()) + tav_util_sync(nullptr, d)), {}, 0, "13 [] T sync_file S 3; T sync_file S 7; T sync S 3;"},
         {OP(tav_util_sync_file(F)), {}, 1, "2 [] L get_directory_component D: Memory allocation error ~ Cannot allocate memory; T get_directory_component D 2; T sync_file S 2; L sync_file Failed to get directory component;"},
     });

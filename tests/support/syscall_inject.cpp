@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "alloc_inject.hpp"
+#include "recorder.hpp"
 
 namespace {
 
@@ -48,7 +49,8 @@ bool recorded(const char *format, ...) {
     std::vsnprintf(text, sizeof text, format, args);
     va_end(args);
     tavtest::AllocPause pause;
-    log.emplace_back(text);
+    const size_t reports = plan.marks ? tavtest::reports().size() : 0;
+    log.emplace_back(text + (reports ? " ^" + std::to_string(reports) : ""));
     const bool fails = plan.fail &&
                        (log.back() + " ").rfind(plan.fail + std::string(" "), 0) == 0 &&
                        ++fail_count == plan.fail_nth;

@@ -17,6 +17,7 @@ struct SyscallPlan {
     int fail_nth = 1;
     int error = 5;           // EIO
     bool open_modes = false; // record the mode each open receives too
+    bool marks = false;      // a call made after N > 0 reports ends in " ^N"
     std::function<void()> before_fopen = {};
     const char *fopen_from = nullptr, *fopen_to = nullptr; // fopen of one opens the other
 };
