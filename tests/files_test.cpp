@@ -111,7 +111,7 @@ class Files : public ::testing::Test {
         out += data == marked<uint8_t>() ? "" : " data=" + bytes;
         out += text == marked<char>() ? "" : " text=" + std::string(owned[1] ? text : "null");
         out += stream == marked<FILE>() ? "" : owned[2] ? " stream=open" : " stream=null";
-        EXPECT_EQ(last.live_blocks, owned[0] + owned[1] + owned[2]);
+        EXPECT_LE(last.live_blocks, owned[0] + owned[1] + owned[2]); // realpath may bypass malloc
         EXPECT_EQ(owned[0] ? std::count(last.sizes.begin(), last.sizes.end(), size + 1) : 1, 1);
         std::free(owned[0] ? static_cast<void *>(data) : owned[1] ? text : nullptr);
         (void)(owned[2] && fclose(stream)), (void)(fd >= 0 && fd != kUnset && close(fd));
