@@ -1,77 +1,72 @@
 #include "syscall_inject.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "alloc_inject.hpp"
+#include "recorder.hpp"
 
 namespace {
 
 tavtest::SyscallPlan plan;
 bool active = false;
 std::vector<std::string> log;
-size_t reads_done = 0, writes_done = 0;
+size_t done[2] = {};
 int fail_count = 0;
 
-// libc's own entry points.
 template <typename Fn> Fn libc(Fn, const char *name) {
     return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
 }
-// Resolved before main: dlsym may allocate on its first call, and inside a
-// test that would shift the allocation count the test is checking.
+// Resolved before main: dlsym may allocate, which would shift a test's count.
 #define REAL(name) const auto real_##name = libc(&::name, #name)
-REAL(open);
-REAL(read);
-REAL(write);
-REAL(lseek);
-REAL(fstat);
-REAL(fsync);
-REAL(close);
-REAL(fflush);
-REAL(fopen);
-REAL(fclose);
+// clang-format off
+REAL(open); REAL(read); REAL(write); REAL(lseek); REAL(fstat);
+REAL(fsync); REAL(close); REAL(fflush); REAL(fopen); REAL(fclose);
+// clang-format on
 
-std::string path_of(int fd) {
-    char link[64], target[512];
+const char *path_of(int fd) {
+    static char link[32], target[1024];
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
-    const ssize_t n = ::readlink(link, target, sizeof target);
-    return n < 0 ? std::to_string(fd) : std::string(target, static_cast<size_t>(n));
+    target[std::max(::readlink(link, target, sizeof target - 1), ssize_t{0})] = '\0';
+    return target;
 }
 
-// Records the call with the arguments `describe` gives (built outside any
-// allocation count); true when the plan fails it, with errno set.
-template <typename Describe> bool recorded(const char *name, Describe describe) {
+// Records the call, built without allocating; true when the plan fails it.
+bool recorded(const char *format, ...) {
     if (!active) {
         return false;
     }
-    {
-        tavtest::AllocPause pause;
-        const std::string arguments = describe();
-        log.push_back(arguments.empty() ? name : std::string(name) + " " + arguments);
-    }
-    if (plan.fail == nullptr || std::string(plan.fail) != name || ++fail_count != plan.fail_nth) {
-        return false;
-    }
-    errno = plan.error;
-    return true;
+    char text[1200];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    tavtest::AllocPause pause;
+    const size_t reports = plan.marks ? tavtest::reports().size() : 0;
+    log.emplace_back(text + (reports ? " ^" + std::to_string(reports) : ""));
+    const bool fails = plan.fail &&
+                       (log.back() + " ").rfind(plan.fail + std::string(" "), 0) == 0 &&
+                       ++fail_count == plan.fail_nth;
+    errno = fails ? plan.error : errno;
+    return fails;
 }
-#define ARGS(...) [&] { return std::string(__VA_ARGS__); }
 
-// A scripted transfer: the step's result, or -2 to pass through (with
-// `count` cut to the step's size).
-long scripted(const std::vector<long> &steps, size_t &done, size_t &count) {
-    const long step = done < steps.size() ? steps[done] : -2;
-    ++done;
-    if (step > 0 && static_cast<size_t>(step) < count) {
-        count = static_cast<size_t>(step);
+// A read (which 0) or write (1): the plan's next step, or the real call.
+template <typename Real> ssize_t transfer(int which, size_t count, Real real) {
+    const auto &steps = which == 0 ? plan.reads : plan.writes;
+    if (recorded(which == 0 ? "read %zu" : "write %zu", count)) {
+        return -1;
     }
+    const long step = active && done[which] < steps.size() ? steps[done[which]++] : -2;
     errno = step == -1 ? plan.error : errno;
-    return step <= 0 ? step : -2;
+    return step == 0 || step == -1 ? step : real(step > 0 ? std::min(count, size_t(step)) : count);
 }
 
 } // namespace
@@ -81,64 +76,38 @@ extern "C" {
 int open(const char *path, int flags, ...) {
     va_list args;
     va_start(args, flags);
-    // Read whether or not the caller passed it: the library always does.
-    const auto mode = va_arg(args, unsigned);
+    const auto mode = va_arg(args, unsigned); // the library always passes one
     va_end(args);
-    char numbers[32];
-    std::snprintf(numbers, sizeof numbers, plan.open_modes ? " %o %o" : " %o",
-                  static_cast<unsigned>(flags), mode);
-    return recorded("open", ARGS(path + std::string(numbers))) ? -1 : real_open(path, flags, mode);
-}
-
-ssize_t read(int fd, void *buf, size_t count) {
-    if (recorded("read", ARGS(std::to_string(count)))) {
-        return -1;
-    }
-    const long step = active ? scripted(plan.reads, reads_done, count) : -2;
-    return step != -2 ? step : real_read(fd, buf, count);
-}
-
-ssize_t write(int fd, const void *buf, size_t count) {
-    if (recorded("write", ARGS(std::to_string(count)))) {
-        return -1;
-    }
-    const long step = active ? scripted(plan.writes, writes_done, count) : -2;
-    return step != -2 ? step : real_write(fd, buf, count);
-}
-
-off_t lseek(int fd, off_t offset, int whence) {
-    return recorded("lseek", ARGS(std::to_string(offset) + " " + std::to_string(whence)))
+    return recorded(plan.open_modes ? "open %s %o %o" : "open %s %o", path, flags, mode)
                ? -1
-               : real_lseek(fd, offset, whence);
+               : real_open(path, flags, mode);
 }
-
-int fstat(int fd, struct stat *st) { return recorded("fstat", ARGS()) ? -1 : real_fstat(fd, st); }
-
-int fsync(int fd) { return recorded("fsync", ARGS(path_of(fd))) ? -1 : real_fsync(fd); }
-
-int close(int fd) { return recorded("close", ARGS(path_of(fd))) ? -1 : real_close(fd); }
-
-int fflush(FILE *stream) { return recorded("fflush", ARGS()) ? EOF : real_fflush(stream); }
-
+ssize_t read(int fd, void *buf, size_t count) {
+    return transfer(0, count, [&](size_t n) { return real_read(fd, buf, n); });
+}
+ssize_t write(int fd, const void *buf, size_t count) {
+    return transfer(1, count, [&](size_t n) { return real_write(fd, buf, n); });
+}
+off_t lseek(int fd, off_t offset, int whence) {
+    return recorded("lseek %jd %d", intmax_t(offset), whence) ? -1 : real_lseek(fd, offset, whence);
+}
+int fstat(int fd, struct stat *st) { return recorded("fstat") ? -1 : real_fstat(fd, st); }
+int fsync(int fd) { return recorded("fsync %s", path_of(fd)) ? -1 : real_fsync(fd); }
+int close(int fd) { return recorded("close %s", path_of(fd)) ? -1 : real_close(fd); }
+int fflush(FILE *stream) { return recorded("fflush") ? EOF : real_fflush(stream); }
 FILE *fopen(const char *path, const char *mode) {
-    recorded("fopen", ARGS(path + std::string(" ") + mode));
+    recorded("fopen %s %s", path, mode);
     if (active && plan.before_fopen) {
         plan.before_fopen();
     }
-    if (active && plan.fopen_from != nullptr && std::string(path) == plan.fopen_from) {
-        path = plan.fopen_to;
-    }
-    return real_fopen(path, mode);
+    const bool redirect = active && plan.fopen_from && std::strcmp(path, plan.fopen_from) == 0;
+    return real_fopen(redirect ? plan.fopen_to : path, mode);
 }
-
 int fclose(FILE *stream) {
-    const bool fails = recorded("fclose", ARGS());
+    const bool fails = recorded("fclose");
     const int result = real_fclose(stream);
-    if (fails) {
-        errno = plan.error;
-        return EOF;
-    }
-    return result;
+    errno = fails ? plan.error : errno;
+    return fails ? EOF : result;
 }
 
 } // extern "C"
@@ -148,12 +117,10 @@ namespace tavtest {
 SyscallInjection::SyscallInjection(SyscallPlan p) {
     plan = std::move(p);
     log.clear();
-    reads_done = writes_done = fail_count = 0;
+    done[0] = done[1] = fail_count = 0;
     active = true;
 }
-
 SyscallInjection::~SyscallInjection() { active = false; }
-
 const std::vector<std::string> &SyscallInjection::calls() const { return log; }
 
 } // namespace tavtest
