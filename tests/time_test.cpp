@@ -29,7 +29,9 @@ std::string D(double v) {
 }
 auto &frac(timespec &t) { return t.tv_nsec; }
 auto &frac(timeval &t) { return t.tv_usec; }
-template <typename T> std::istream &operator>>(std::istream &in, T &t) {
+template <typename T>
+requires requires(T &t) { frac(t); }
+std::istream &operator>>(std::istream &in, T &t) {
     char dot;
     return in >> t.tv_sec >> dot >> frac(t);
 }
