@@ -18,32 +18,27 @@ void count_only(void *) { ++destroyed; }
 
 TEST(Collection, Growth) {
     tavtest::clear_reports();
-    for (const auto &[growth, n, slots] : {std::tuple(10, 40, "80 160 240 320 "),
-                                           {1, 4, "8 16 24 32 "},
-                                           {0, 134, "8 24 64 168 424 1064 2664 "}}) {
+    // clang-format off
+    for (const auto &[growth, n, slots] : {std::tuple(10, 40, "80 160 240 320 "), {1, 4, "8 16 24 32 "}, {0, 134, "8 24 64 168 424 1064 2664 "}}) {
+        // clang-format on
         tav_collection *collection = tav_collection_new(nullptr, nullptr, nullptr, count_only);
         growth == 10 ? void() : tav_collection_set_growth(collection, growth);
-        const auto run = tavtest::run_allocations(0, [&] {
-            for (int i = 0; i < n; ++i) {
-                tav_collection_element_attach(collection, &made); // the same pointer, n times
+        const auto run = tavtest::run_allocations(0, [&] { // the same pointer, n times
+            for (int i = 0; i < n && tav_collection_element_attach(collection, &made); ++i) {
             }
         });
         destroyed = 0;
         tav_collection_free(collection);
         std::string sizes;
-        for (size_t bytes : run.sizes) {
-            sizes += std::to_string(bytes) + " ";
-        }
+        std::for_each(run.sizes.begin(), run.sizes.end(),
+                      [&](size_t bytes) { sizes += std::to_string(bytes) + " "; });
         EXPECT_EQ(std::tuple(sizes, destroyed), std::tuple(slots, n));
     }
-    const int32_t limits[][3] = {{715827882, 0, 1789569706},
-                                 {715827883, 0, 1789569708},
-                                 {858993458, 0, INT32_MAX - 1},
-                                 {858993459, 0, INT32_MAX},
-                                 {INT32_MAX - 5, 10, INT32_MAX},
-                                 {INT32_MAX - 1, -3, INT32_MAX},
-                                 {INT32_MAX, 1, 0},
-                                 {INT32_MAX, 0, 0}}; // 0: a full array of INT32_MAX cannot grow
+    // 0: a full array of INT32_MAX slots cannot grow.
+    // clang-format off
+    const int32_t limits[][3] = {{715827882, 0, 1789569706}, {715827883, 0, 1789569708}, {858993458, 0, INT32_MAX - 1}, {858993459, 0, INT32_MAX},
+                                 {INT32_MAX - 5, 10, INT32_MAX}, {INT32_MAX - 1, -3, INT32_MAX}, {INT32_MAX, 1, 0}, {INT32_MAX, 0, 0}};
+    // clang-format on
     for (const auto &[count, growth, grown] : limits) {
         EXPECT_EQ(tav::collection_grown_capacity(count, growth), grown) << count << " " << growth;
     }
