@@ -64,7 +64,7 @@ TEST(Getopt, Walk) {
         {"prog -n 5 -s '' -n ''", "s= n=5 f=0 => 7 getopt_int" + up}, {"prog -S", none + "3 getopt_string" + up},
         {"prog -N", none + "3 getopt_int" + up}, {"prog -F x", none + "7 getopt_flag" + up}, {"prog -F", none + missing},
         {"prog -h", none + "3" + up}, {"prog -a --fail -a", "0() 10() " + none + "36" + up}, {"prog", none + "0"},
-        {"", none + "7 getopt"}, {"0: -a", "0() " + none + "0"}, {"2: prog -a", none + "0"}, {"-1: prog -a", none + "7 getopt_from"}};
+        {"", none + "7 getopt"}, {"0: -a -N", "0() " + none + "0"}, {"2: prog -a", none + "0"}, {"-1: prog -a", none + "7 getopt_from"}};
     // clang-format on
     for (const auto &[command_line, outcome] : cases) {
         std::istringstream words(command_line);
@@ -94,13 +94,16 @@ TEST(Getopt, Walk) {
     }
     char *argv[] = {const_cast<char *>("prog"), const_cast<char *>("-s"), const_cast<char *>("v")};
     tavtest::clear_reports();
-    const std::vector<int> refused = {tav_util_getopt(3, nullptr, rows, 1),
-                                      tav_util_getopt(3, argv, rows, 0),
-                                      tav_util_getopt_from(3, argv, nullptr, 1, 1),
-                                      tav_util_getopt_from(3, argv, rows, -1, 1),
-                                      tav_util_getopt_flag(rows, nullptr, &consumed),
-                                      tav_util_getopt_string(&rows[5], "v", nullptr)};
-    EXPECT_EQ(refused, (std::vector<int>{3, 7, 3, 7, 3, 3}));
+    // clang-format off
+    const std::vector<int> refused = {
+        tav_util_getopt(3, nullptr, rows, 1), tav_util_getopt(3, argv, rows, 0), tav_util_getopt_from(3, argv, nullptr, 1, 1),
+        tav_util_getopt_from(3, argv, rows, -1, 1), tav_util_getopt_flag(rows, nullptr, &consumed),
+        tav_util_getopt_string(&rows[5], "v", nullptr), tav_util_getopt_flag(&rows[7], nullptr, &consumed), consumed,
+        tav_util_getopt_int(&rows[6], "5", &consumed), consumed, (consumed = 0, tav_util_getopt_string(&rows[5], "v", &consumed)), consumed};
+    // clang-format on
+    tav_util_free(&text);
+    EXPECT_EQ(refused, (std::vector<int>{3, 7, 3, 7, 3, 3, 0, 1, 0, 2, 0,
+                                         2})); // consumed: 1 for a flag, 2 else
     tav_status status = TAV_OK;
     const long runs = tavtest::for_each_allocation_failure(
         [&] { status = tav_util_getopt(3, argv, rows, std::size(rows)); },
