@@ -90,7 +90,9 @@ TEST(Collection, RefusalsAndLookups) {
     EXPECT_FALSE(tav_collection_element(collection, 0) || tav_collection_element_new(collection) ||
                  tav_collection_len(nullptr) || tav_collection_element_add(collection, &a) ||
                  tav_collection_element_attach(collection, nullptr) ||
-                 tav_collection_element_attach(nullptr, &a) || tav_collection_element(nullptr, 0));
+                 tav_collection_element_attach(nullptr, &a) || tav_collection_element(nullptr, 0) ||
+                 tav_collection_element_add(nullptr, &a) || tav_collection_element_new(nullptr));
+    tav_collection_free(tav_collection_new("no array", make, copy, drop));
     tav_collection_set_growth(collection, INT32_MAX); // a first array too large to have
     const auto run = tavtest::run_allocations(
         1, [&] { EXPECT_FALSE(tav_collection_element_attach(collection, &a)); });

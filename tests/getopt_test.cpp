@@ -99,20 +99,24 @@ TEST(Getopt, Walk) {
         tav_util_getopt(3, nullptr, rows, 1), tav_util_getopt(3, argv, rows, 0), tav_util_getopt_from(3, argv, nullptr, 1, 1),
         tav_util_getopt_from(3, argv, rows, -1, 1), tav_util_getopt_flag(rows, nullptr, &consumed),
         tav_util_getopt_string(&rows[5], "v", nullptr), tav_util_getopt_flag(&rows[7], nullptr, &consumed), consumed,
-        tav_util_getopt_int(&rows[6], "5", &consumed), consumed, (consumed = 0, tav_util_getopt_string(&rows[5], "v", &consumed)), consumed};
+        tav_util_getopt_int(&rows[6], "5", &consumed), consumed, (consumed = 0, tav_util_getopt_string(&rows[5], "v", &consumed)), consumed,
+        tav_util_getopt(3, argv, nullptr, 1), tav_util_getopt_from(3, nullptr, rows, 1, 1), tav_util_getopt_from(3, argv, rows, 0, 1),
+        tav_util_getopt_flag(nullptr, nullptr, &consumed), tav_util_getopt_int(&rows[6], nullptr, &consumed), tav_util_getopt_int(&rows[6], "5", nullptr)};
     // clang-format on
     tav_util_free(&text);
-    EXPECT_EQ(refused, (std::vector<int>{3, 7, 3, 7, 3, 3, 0, 1, 0, 2, 0,
-                                         2})); // consumed: 1 for a flag, 2 else
+    // The refusals, then each standard handler's status and count: 1 for a flag, else 2.
+    EXPECT_EQ(refused, (std::vector<int>{3, 7, 3, 7, 3, 3, 0, 1, 0, 2, 0, 2, 3, 3, 7, 3, 3, 3}));
     tav_status status = TAV_OK;
     const long runs = tavtest::for_each_allocation_failure(
         [&] { status = tav_util_getopt(3, argv, rows, std::size(rows)); },
         [&](long, auto &run) { EXPECT_TRUE(status == 2 && !text && run.sizes[0] == 2); });
     EXPECT_EQ(std::tuple(runs, std::string(text)), std::tuple(1, "v"));
     tav_util_free(&text);
-    EXPECT_EQ(reports(TAV_OK),
-              "0 getopt:3 getopt:7 getopt_from:3 getopt_from:7 getopt_flag:3 getopt_string:3 "
-              "getopt_string:2 process_option:2 getopt_from:2 getopt_from:2");
+    EXPECT_EQ(
+        reports(TAV_OK),
+        "0 getopt:3 getopt:7 getopt_from:3 getopt_from:7 getopt_flag:3 getopt_string:3 getopt:3 "
+        "getopt_from:3 getopt_from:7 getopt_flag:3 getopt_int:3 getopt_int:3 "
+        "getopt_string:2 process_option:2 getopt_from:2 getopt_from:2");
 }
 
 } // namespace

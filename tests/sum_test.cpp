@@ -32,6 +32,16 @@ TEST(Sum, RotationSetAndFree) {
                          tav_util_sum_get(&sum), tav_util_sum_get_total(&sum), sum.N, sum.cursor,
                          sum.slots),
               std::tuple(-7., 0., -7., -4., 2u, 1u, nullptr));
+    ASSERT_EQ(tav_util_sum_init(&sum, 2), TAV_OK);
+    sum.cursor = 2; // set by hand outside the slots: no slot is touched, as with no record
+    tav_util_sum_inc(&sum, 1), tav_util_sum_set(&sum, 1), tav_util_sum_inc(nullptr, 1),
+        tav_util_sum_set(nullptr, 1);
+    EXPECT_EQ(std::tuple(tav_util_sum_next(&sum), tav_util_sum_partial(&sum),
+                         tav_util_sum_get_total(&sum), sum.cursor, tav_util_sum_next(nullptr),
+                         tav_util_sum_partial(nullptr), tav_util_sum_get(nullptr),
+                         tav_util_sum_get_total(nullptr)),
+              std::tuple(0., 0., 0., 2u, 0., 0., 0., 0.));
+    tav_util_sum_free(&sum);
 }
 
 TEST(Sum, RefusedInitLeavesTheRecord) {
