@@ -1,15 +1,13 @@
-// Time: timeouts, time values, clocks and calendar. The clock calls are
-// stopped at chosen readings or failed (clock_inject), so values are exact;
-// the real clocks are checked by bracketing a result between two readings.
+// Time operations as scripted calls on a stopped or failing clock, and on the
+// real clocks bracketed between two readings.
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <ctime>
-#include <string>
+#include <charconv>
+#include <functional>
+#include <map>
+#include <regex>
+#include <sstream>
 #include <sys/time.h>
-#include <tuple>
-#include <vector>
 
 #include "clock_inject.hpp"
 #include "internal/timeout.hpp"
@@ -18,446 +16,237 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
-using Plan = tavtest::ClockPlan;
-using Seen = std::pair<int64_t, Lines>;
-constexpr int64_t kMax = INT64_MAX;
-constexpr time_t kYear10000 = 253402300800; // the first second asctime_r cannot write
-constexpr time_t kNoCalendar = INT64_C(1) << 62;
-const Lines kNone;
+constexpr int64_t kG = 1000000000;
+std::string home; // traces from src/time/<home>.cpp or <name>_linux.cpp read "name status"
 
-Plan at(int64_t sec, int64_t nsec = 0) { return {0, {sec, nsec}}; }
-Plan fails(int error_number) { return {error_number, {}}; }
-std::string trace(const std::string &function, const char *file, int status) {
-    return "trace " + function + " src/time/" + file + ".cpp " + std::to_string(status);
+std::string S(int64_t v) { return std::to_string(v); }
+std::string S(const timespec &t) { return S(t.tv_sec) + "." + S(t.tv_nsec); }
+std::string S(const timeval &t) { return S(t.tv_sec) + "." + S(t.tv_usec); }
+int64_t N(const timespec &t) { return t.tv_sec * kG + t.tv_nsec; }
+std::string D(double v) {
+    char text[32];
+    return std::string(text, std::to_chars(text, text + sizeof text, v).ptr);
 }
-Lines traced(const std::string &function, const char *file, int status) {
-    return status == TAV_OK ? kNone : Lines{trace(function, file, status)};
+auto &frac(timespec &t) { return t.tv_nsec; }
+auto &frac(timeval &t) { return t.tv_usec; }
+template <typename T>
+requires requires(T &t) { frac(t); }
+std::istream &operator>>(std::istream &in, T &t) {
+    char dot;
+    return in >> t.tv_sec >> dot >> frac(t);
 }
-template <typename T> std::pair<int64_t, int64_t> fields(const T &value) {
-    if constexpr (requires { value.tv_nsec; }) {
-        return {value.tv_sec, value.tv_nsec};
-    } else {
-        return {value.tv_sec, value.tv_usec};
-    }
+// The next token: null for "null", else a pointer to `value`, read from it (P) or not (O).
+template <typename T> T *P(std::istream &in, T &value) {
+    return in >> std::ws, in.peek() == 'n' ? (in.ignore(4), nullptr) : (in >> value, &value);
 }
-
-clockid_t last_clock = -1;
-
-// Calls `operation` with `args` under the clock plan: its result and the
-// reports it made. The clock id of its last clock_gettime is left in last_clock.
-template <typename Operation, typename... Args>
-Seen run(const Plan &plan, Operation operation, Args... args) {
-    tavtest::clear_reports();
-    tavtest::ClockInjection injection(plan);
-    const auto result = static_cast<int64_t>(operation(args...));
-    last_clock = injection.last_clock();
-    return {result, tavtest::report_summary()};
+template <typename T> T *O(std::istream &in, T &value) {
+    std::string word;
+    return in >> word, word == "null" ? nullptr : &value;
 }
-
-// ---- absolute timeouts ---------------------------------------------------
-
-TEST(Timeouts, OffsetAddsCarriesOnceAndTestsHeadroom) {
-    struct Row {
-        timespec in;
-        int64_t val, scale;
-        tav_status status;
-        timespec out;
-    };
-    // clang-format off
-    const Row rows[] = {
-        {{5, 123}, 0, 1, TAV_OK, {5, 123}},              {{5, 123}, 1000, 1000, TAV_OK, {6, 123}},
-        {{5, 123}, 999, 1000, TAV_OK, {5, 999000123}},   {{5, 0}, 1, 1000000000, TAV_OK, {5, 1}},
-        {{5, 0}, 2, 3, TAV_OK, {5, 666666666}},          {{5, 0}, 7000000001, 7, TAV_OK, {1000000005, 142857142}},
-        {{5, 500000000}, 500, 1000, TAV_OK, {6, 0}},     {{5, 999999999}, 2, 1000000000, TAV_OK, {6, 1}},
-        {{5, 5000000000}, 0, 1, TAV_OK, {6, 4000000000}}, {{5, kMax}, 1, 1000000000, TAV_OK, {6, kMax - 999999999}},
-        {{kMax - 3, 7}, 3, 1, TAV_OK, {kMax, 7}},        {{kMax, 0}, 999, 1000, TAV_OK, {kMax, 999000000}},
-        {{5, 0}, 1, 1000000001, TAV_ERR_BAD_ARG, {5, 0}}, {{5, 0}, 1, 0, TAV_ERR_BAD_ARG, {5, 0}},
-        {{5, 0}, -1, 1, TAV_ERR_BAD_ARG, {5, 0}},        {{kMax - 3, 7}, 4, 1, TAV_ERR_OVERFLOW, {kMax - 3, 7}},
-        {{-1, 0}, 1, 1, TAV_ERR_OVERFLOW, {-1, 0}},      {{kMax, 999999999}, 1, 1000000000, TAV_ERR_OVERFLOW, {kMax, 0}},
-        {{kMax - 1, 999999999}, 1000000001, 1000000000, TAV_ERR_OVERFLOW, {kMax, 0}},
-        {{5, -1}, 3, 1, TAV_ERR_OVERFLOW, {8, -1}},
-    };
-    // clang-format on
-    for (const Row &row : rows) {
-        SCOPED_TRACE(&row - rows);
-        timespec t = row.in;
-        Lines expected = traced("tav_util_abs_time_offset", "timespec_common", row.status);
-        if (row.status == TAV_ERR_BAD_ARG) {
-            expected.insert(expected.begin(), "log tav_util_abs_time_offset Bad value, val: " +
-                                                  std::to_string(row.val) + " scale_to_sec: " +
-                                                  std::to_string(row.scale) + "\n");
-        }
-        EXPECT_EQ(run({}, tav_util_abs_time_offset, &t, row.val, row.scale),
-                  Seen(row.status, expected));
-        EXPECT_EQ(fields(t), fields(row.out));
-        if (row.status == TAV_OK) { // nothing lost or made, counted in 128 bits
-            const __int128 g = 1000000000,
-                           added = row.val / row.scale * g + row.val % row.scale * (g / row.scale);
-            EXPECT_EQ(row.in.tv_sec * g + row.in.tv_nsec + added, t.tv_sec * g + t.tv_nsec);
-        }
-    }
-}
-
-TEST(Timeouts, FutureTimeoutAndExpiry) {
-    const std::string overflow =
-        "log tav_util_future_timeout Overflow detected when trying to set phase timeout tmp hack";
-    const std::string abs = "tav_util_abs_time_offset", future = "tav_util_future_timeout";
-    // clang-format off
-    const std::tuple<Plan, int64_t, tav_status, timespec, Lines> rows[] = {
-        {at(100, 999999999), 1, TAV_OK, {101, 0}, {}},
-        {at(100, 999999999), -1, TAV_ERR_BAD_ARG, {100, 999999999},
-         {"log " + abs + " Bad value, val: -1 scale_to_sec: 1000000000\n",
-          trace(abs, "timespec_common", 7), trace(future, "timespec_common", 7), overflow}},
-        {at(kMax, 999999999), 1, TAV_ERR_OVERFLOW, {kMax, 0},
-         {trace(abs, "timespec_common", 33), trace(future, "timespec_common", 33), overflow}},
-        {fails(EINVAL), 1, TAV_ERR_SYSTEM, {-7, -7},
-         {"log " + future + " Failed to get current time.", trace(future, "timespec_common", 6)}},
-    };
-    // clang-format on
-    for (const auto &[plan, val, status, out, reports] : rows) {
-        timespec t = {-7, -7};
-        EXPECT_EQ(run(plan, tav_util_future_timeout, &t, val, 1000000000), Seen(status, reports));
-        EXPECT_EQ(last_clock, CLOCK_REALTIME);
-        EXPECT_EQ(fields(t), fields(out));
-    }
-
-    // Expiry against a clock at 100 s 500 ns: an equal reading counts.
-    const std::pair<timespec, int32_t> expiry[] = {
-        {{101, 0}, 0},   {{100, 501}, 0}, {{100, 500}, 1},        {{100, 499}, 1},
-        {{99, kMax}, 1}, {{-1, 0}, 1},    {{101, -1000000000}, 0}};
-    for (const auto &[timeout, want] : expiry) {
-        int32_t expired = 7;
-        EXPECT_EQ(run(at(100, 500), tav_util_query_timeout_expired, &timeout, &expired),
-                  Seen(TAV_OK, kNone));
-        EXPECT_EQ(std::pair(expired, last_clock), std::pair(want, CLOCK_REALTIME));
-    }
-    int32_t expired = 7;
-    EXPECT_EQ(run(fails(EINVAL), tav_util_query_timeout_expired, &expiry[0].first, &expired),
-              Seen(TAV_ERR_SYSTEM, traced("tav_util_query_timeout_expired", "timespec_common", 6)));
-    EXPECT_EQ(expired, 7);
-
-    // On the real clock a timeout of now lies between two readings, and has
-    // expired by the next call.
-    timespec before, t, after;
-    clock_gettime(CLOCK_REALTIME, &before);
-    ASSERT_EQ(tav_util_future_timeout(&t, 0, 1), TAV_OK);
-    clock_gettime(CLOCK_REALTIME, &after);
-    EXPECT_TRUE(fields(before) <= fields(t) && fields(t) <= fields(after));
-    EXPECT_EQ(tav_util_query_timeout_expired(&t, &expired), TAV_OK);
-    EXPECT_EQ(expired, 1);
-}
-
-TEST(Timeouts, CompareAndTimeLeft) {
-    // clang-format off
-    const std::tuple<timespec, timespec, int32_t> rows[] = {
-        {{1, 5}, {1, 5}, 0},       {{1, 5}, {1, 6}, -1},          {{1, 6}, {1, 5}, 1},  {{1, kMax}, {2, 0}, -1},
-        {{2, 0}, {1, 999999999}, 1}, {{-1, 0}, {0, 0}, -1},       {{0, -1}, {0, 0}, -1}};
-    // clang-format on
-    for (const auto &[first, second, want] : rows) {
-        int32_t order = 7;
-        EXPECT_EQ(tav_util_cmp_timeout(&first, &second, &order), TAV_OK);
-        EXPECT_EQ(order, want) << first.tv_sec << " " << first.tv_nsec;
-    }
-    int32_t order = 7;
-    const timespec *some = &std::get<0>(rows[0]);
-    for (int null_at = 0; null_at < 3; ++null_at) {
-        const timespec *first = null_at == 0 ? nullptr : some,
-                       *second = null_at == 1 ? nullptr : some;
-        int32_t *out = null_at == 2 ? nullptr : &order;
-        char line[128];
-        std::snprintf(line, sizeof line,
-                      "log tav_util_cmp_timeout NULL argument detected: %p %p %p",
-                      static_cast<const void *>(first), static_cast<const void *>(second),
-                      static_cast<void *>(out));
-        EXPECT_EQ(
-            run({}, tav_util_cmp_timeout, first, second, out),
-            Seen(TAV_ERR_NULL_ARG, {line, trace("tav_util_cmp_timeout", "timespec_common", 3)}));
-    }
-    EXPECT_EQ(order, 7);
-
-    // Time left against a clock at 100.25 s; a clock that fails leaves the buffer.
-    const Lines failed = {"log tav_util_query_timeout_left Failed to get current time.",
-                          trace("tav_util_query_timeout_left", "timespec_common", 6)};
-    // clang-format off
-    const std::tuple<Plan, int64_t, uint64_t, const char *, Seen> left[] = {
-        {at(100, 250000000), 112, 64, "1.250000e+01 seconds", {TAV_OK, kNone}},
-        {at(100, 250000000), 90, 64, "-9.500000e+00 seconds", {TAV_OK, kNone}},
-        {at(100, 250000000), 112, 5, "1.25", {TAV_OK, kNone}},
-        {at(100, 250000000), 112, 0, "untouched", {TAV_OK, kNone}},
-        {fails(EINVAL), 112, 64, "untouched", {TAV_ERR_SYSTEM, failed}}};
-    // clang-format on
-    for (const auto &[plan, sec, size, text, seen] : left) {
-        char buffer[64] = "untouched";
-        const timespec timeout = {sec, 750000000};
-        EXPECT_EQ(run(plan, tav_util_query_timeout_left, &timeout, buffer, size), seen);
-        EXPECT_STREQ(buffer, text);
-        EXPECT_EQ(last_clock, CLOCK_REALTIME);
-    }
-    EXPECT_EQ(tav_util_query_timeout_left(some, nullptr, 0), TAV_OK);
-}
-
-// ---- time values ------------------------------------------------------------
-
-TEST(TimeValues, FutureTimeAndSafeAdd) {
-    // clang-format off
-    const std::tuple<int64_t, int64_t, tav_status, int64_t> rows[] = {
-        {kMax, 0, TAV_OK, kMax},       {kMax, 1, TAV_ERR_OVERFLOW, kMax}, {kMax - 1, 1, TAV_OK, kMax},
-        {0, -1, TAV_ERR_OVERFLOW, 0},  {-5, -1, TAV_ERR_OVERFLOW, -5},    {-5, kMax, TAV_OK, kMax - 5},
-        // A negative tv_sec that passes the test wraps in the sum.
-        {INT64_MIN, -1, TAV_OK, kMax}, {-5, INT64_MIN, TAV_OK, kMax - 4}};
-    // clang-format on
-    for (const auto &[sec, seconds, status, out] : rows) {
-        __int128 headroom = static_cast<__int128>(kMax) - seconds; // the wrap made another way
-        headroom -= headroom > kMax ? static_cast<__int128>(1) << 64 : 0;
-        EXPECT_EQ(status != TAV_OK, headroom < sec);
-        timeval tv = {sec, 777};
-        EXPECT_EQ(run({}, tav_util_safe_add_seconds, &tv, seconds),
-                  Seen(status, traced("tav_util_safe_add_seconds", "timeval_common", status)));
-        EXPECT_EQ(fields(tv), std::pair(out, int64_t{777}));
-    }
-
-    // clang-format off
-    const std::tuple<Plan, int32_t, bool, tav_status, timeval, Lines> future[] = {
-        {at(100, 250999000), 5, false, TAV_OK, {105, 250999}, kNone},
-        {at(100), -1, true, TAV_ERR_NULL_ARG, {-7, -7}, traced("tav_util_future_time", "future_time_linux", 3)},
-        {at(100), -1, false, TAV_ERR_BAD_ARG, {-7, -7}, traced("tav_util_future_time", "future_time_linux", 7)},
-        {fails(EINVAL), 1, false, TAV_ERR_SYSTEM, {-7, -7}, traced("tav_util_future_time", "future_time_linux", 6)},
-        // Passed up untraced: the callee's entry alone.
-        {at(kMax, 5000), 1, false, TAV_ERR_OVERFLOW, {kMax, 5}, traced("tav_util_safe_add_seconds", "timeval_common", 33)},
-    };
-    // clang-format on
-    for (const auto &[plan, seconds, null_tv, status, out, reports] : future) {
-        timeval tv = {-7, -7};
-        EXPECT_EQ(run(plan, tav_util_future_time, seconds, null_tv ? nullptr : &tv),
-                  Seen(status, reports));
-        EXPECT_EQ(fields(tv), fields(out));
-    }
-    timeval before, tv, after;
-    gettimeofday(&before, nullptr);
-    ASSERT_EQ(tav_util_future_time(0, &tv), TAV_OK);
-    gettimeofday(&after, nullptr);
-    EXPECT_TRUE(fields(before) <= fields(tv) && fields(tv) <= fields(after));
-}
-
-TEST(TimeValues, CompareAndDifference) {
-    // clang-format off
-    const std::tuple<timeval, timeval, int32_t, int32_t, double> rows[] = {
-        {{1, 5}, {1, 5}, 0, 0, 0.0},
-        {{1, 1500000}, {2, 0}, -1, 0, 0.5}, // the seconds decide; nothing is normalised
-        {{2, 0}, {1, 1500000}, 1, 1, -0.5},
-        {{1, 5}, {1, 6}, -1, 0, -0x1.0c6f7a0bp-20}, // not -1e-6: each value is made whole first
-        {{1, 6}, {1, 5}, 1, 1, 0x1.0c6f7a0bp-20},
-        {{-1, 0}, {0, 0}, -1, 0, -1.0},
-        {{0, 15}, {0, 0}, 1, 1, 0x1.f75104d551d68p-17}, // 15 times 1e-6; 15 / 1e6 ends in 9
-        {{1700000000, 123457}, {1700000000, 3}, 1, 1, 0.12345385551452637},
-    };
-    // clang-format on
-    for (const auto &[first, second, cmp, greater, diff] : rows) {
-        EXPECT_EQ(std::tuple(tav_util_timeval_cmp(&first, &second),
-                             tav_util_time_greater_than(&first, &second),
-                             tav_util_time_diff_seconds(&first, &second)),
-                  std::tuple(cmp, greater, diff))
-            << first.tv_sec << " " << first.tv_usec;
-    }
-}
-
-TEST(TimeValues, HumanTimeAndMilliseconds) {
-    const double inf = __builtin_inf(), nan = __builtin_nan("");
-    // clang-format off
-    const std::tuple<double, size_t, const char *> human[] = {
-        {0, 32, "0 seconds"},   {1, 32, "1 second"},     {1.4, 32, "1 seconds"}, {1.5, 32, "2 seconds"},
-        {2.5, 32, "2 seconds"}, {59.7, 32, "60 seconds"}, {60, 32, "1 minute"},  {90, 32, "2 minutes"},
-        {3599, 32, "60 minutes"}, {3600, 32, "1 hour"},  {5400, 32, "2 hours"},  {86399, 32, "24 hours"},
-        {86400, 32, "1 day"},   {129600, 32, "2 days"},  {-30, 32, "-30 seconds"}, {nan, 32, "nan days"},
-        {-nan, 32, "-nan days"}, {inf, 32, "inf days"},  {-inf, 32, "-inf seconds"},
-        {90, 4, "2 m"},         {90, 0, "untouched"},    {90, 0x80000000, "untouched"}, // refused, unreported
-    };
-    // clang-format on
-    for (const auto &[seconds, size, text] : human) {
-        char buffer[32] = "untouched";
-        EXPECT_EQ(run({}, tav_util_snprintf_human_time, buffer, size, seconds),
-                  Seen(TAV_OK, kNone));
-        EXPECT_STREQ(buffer, text) << seconds;
-    }
-
-    const std::pair<uint64_t, timeval> to_tv[] = {
-        {1500, {1, 500000}}, {0, {0, 0}}, {UINT64_MAX, {18446744073709551, 615000}}};
-    for (const auto &[ms, want] : to_tv) {
-        timeval tv = {-7, -7};
-        uint64_t back = 7;
-        EXPECT_EQ(tav_util_ms_to_timeval(ms, &tv), TAV_OK);
-        EXPECT_EQ(fields(tv), fields(want));
-        EXPECT_EQ(tav_util_timeval_to_ms(&tv, &back), TAV_OK);
-        EXPECT_EQ(back, ms);
-    }
-    // clang-format off
-    const std::pair<timeval, uint64_t> to_ms[] = {
-        {{1, 999}, 1000},         // truncated, not rounded
-        {{0, -1500}, UINT64_MAX}, // the division truncates towards zero
-        {{kMax, 0}, static_cast<uint64_t>(static_cast<unsigned __int128>(kMax) * 1000)}, {{-1, 1000}, UINT64_MAX - 998}};
-    // clang-format on
-    for (const auto &[tv, want] : to_ms) {
-        uint64_t ms = 7;
-        EXPECT_EQ(tav_util_timeval_to_ms(&tv, &ms), TAV_OK);
-        EXPECT_EQ(ms, want);
-    }
-    uint64_t ms = 7;
-    EXPECT_EQ(run({}, tav_util_ms_to_timeval, 1500, nullptr), Seen(TAV_ERR_NULL_ARG, kNone));
-    const Lines entry = traced("tav_util_timeval_to_ms", "timeval_common", 3);
-    EXPECT_EQ(run({}, tav_util_timeval_to_ms, nullptr, &ms), Seen(TAV_ERR_NULL_ARG, entry));
-    EXPECT_EQ(run({}, tav_util_timeval_to_ms, &to_ms[0].first, nullptr),
-              Seen(TAV_ERR_NULL_ARG, entry));
-    EXPECT_EQ(ms, 7u);
-}
-
-// ---- clocks and calendar ----------------------------------------------------
-
 // The 24 characters of ctime_r, made another way.
-std::string calendar_text(time_t when) {
+std::string calendar(time_t when) {
     tm broken_down;
     char text[64];
-    localtime_r(&when, &broken_down);
-    std::strftime(text, sizeof text, "%a %b %e %H:%M:%S %Y", &broken_down);
+    std::strftime(text, sizeof text, "%a %b %e %H:%M:%S %Y", localtime_r(&when, &broken_down));
     return text;
 }
 
-TEST(Clocks, NowStr) {
-    // clock, null buffer, null size, size, status, size after, slot after
-    // clang-format off
-    const std::tuple<Plan, bool, bool, size_t, tav_status, size_t, int32_t> rows[] = {
-        {at(0), false, false, 26, TAV_OK, 24, 77},           {at(1700000000), false, false, 64, TAV_OK, 24, 77},
-        {at(0), false, false, 25, TAV_ERR_BAD_ARG, 25, 77},  {at(0), true, false, 26, TAV_ERR_NULL_ARG, 26, 77},
-        {at(0), false, true, 26, TAV_ERR_NULL_ARG, 26, 77},  {fails(EPERM), false, false, 26, TAV_ERR_SYSTEM, 26, EPERM},
-        // Left to this library: a reading the calendar cannot write fails too.
-        {at(kNoCalendar), false, false, 26, TAV_ERR_SYSTEM, 26, EINVAL},
-        {at(kYear10000), false, false, 26, TAV_ERR_SYSTEM, 26, EOVERFLOW}, // ctime_r wrote, then failed
+// Runs "[@sec.nsec|@!errno] operation arguments" and gives the result, each
+// report ("name status" for a trace, "!name text" for a plain line, pointers
+// as p), then the out-arguments. A clock read must be CLOCK_REALTIME.
+std::string run(const std::string &script) {
+    std::istringstream in(script);
+    tavtest::ClockPlan plan;
+    std::string op, word, r, out;
+    in >> op;
+    if (op[0] == '@') {
+        std::istringstream at(op.substr(1));
+        op[1] == '!' ? at.ignore(1) >> plan.fail_with : at >> plan.at;
+        in >> op;
+    }
+    timespec a = {-7, -7}, b = {};
+    timeval u = {-7, -7}, v = {};
+    int64_t n = 0;
+    uint64_t m = 7;
+    int32_t i = 7;
+    size_t size = 0;
+    char buffer[64] = "untouched";
+    tm t = {};
+    const auto shown = [&] {
+        return r == "0" || buffer[0] == 'u' ? std::string(buffer) : "written";
     };
+    const auto cut = [&](tav_status status) { r = S(status), out = shown(); };
+    // clang-format off
+    const std::map<std::string, std::function<void()>> ops = {
+        {"offset", [&] { in >> a >> n >> m, r = S(tav_util_abs_time_offset(&a, n, m)), out = S(a); }},
+        {"future", [&] { in >> n, r = S(tav_util_future_timeout(&a, n, kG)), out = S(a); }},
+        {"expired", [&] { in >> a, r = S(tav_util_query_timeout_expired(&a, &i)), out = S(i); }},
+        {"cmp", [&] { auto *x = P(in, a), *y = P(in, b); r = S(tav_util_cmp_timeout(x, y, O(in, i))), out = S(i); }},
+        {"left", [&] { in >> a >> m, cut(tav_util_query_timeout_left(&a, buffer, m)); }},
+        {"add", [&] { in >> u >> n, r = S(tav_util_safe_add_seconds(&u, n)), out = S(u); }},
+        {"future_time", [&] { in >> n, r = S(tav_util_future_time(n, O(in, u))), out = S(u); }},
+        {"tvcmp", [&] { in >> u >> v, r = S(tav_util_timeval_cmp(&u, &v)) + " " + S(tav_util_time_greater_than(&u, &v)); }},
+        {"diff", [&] { in >> u >> v, r = D(tav_util_time_diff_seconds(&u, &v)); }},
+        {"human", [&] { in >> word >> size, cut(tav_util_snprintf_human_time(buffer, size, std::strtod(word.c_str(), nullptr))); }},
+        {"to_ms", [&] { auto *x = P(in, u); r = S(tav_util_timeval_to_ms(x, O(in, m))), out = std::to_string(m); }},
+        {"from_ms", [&] { in >> m, r = S(tav_util_ms_to_timeval(m, O(in, u))), out = S(u); }},
+        {"now_str", [&] {
+             in >> size >> word, r = S(tav_util_now_str(word == "nobuffer" ? nullptr : buffer, word == "nosize" ? nullptr : &size, word == "noslot" ? nullptr : &i));
+             out = S(size) + " " + S(i) + " " + (r == "0" && buffer == calendar(plan.at.tv_sec) ? "cal" : shown()); }},
+        {"broken", [&] { r = S(tav_util_get_broken_down_time(&t)), out = r == "0" ? S(mktime(&t)) : ""; }},
+        {"gmtime", [&] { in >> n, r = S(tav_util_gmtime(&n, &t)), out = r == "0" ? S(timegm(&t)) : ""; }},
+        {"localtime", [&] { in >> n, r = tav_util_localtime_r(&n, &t) == &t ? S(mktime(&t)) : "null"; }},
+        {"asctime", [&] { in >> n >> size, gmtime_r(&n, &t); auto *x = O(in, t); cut(tav_util_asctime(x, O(in, buffer[0]), size)); }},
+        {"point", [&] { r = std::to_string(tav_util_timer_point()); }},
+        {"msec", [&] { r = std::to_string(tav_util_walltime_msec()); }},
+        {"usec", [&] { r = std::to_string(tav_util_walltime_usec()); }},
+        {"elapsed", [&] { in >> m >> size, r = D(tav_util_timer_elapsed_seconds(m, size)); }}};
     // clang-format on
-    for (const auto &[plan, null_buffer, null_size, size_in, status, size_out, slot_out] : rows) {
-        for (const bool with_slot : {true, false}) {
-            SCOPED_TRACE(plan.at.tv_sec);
-            char buffer[64] = "untouched";
-            size_t size = size_in;
-            int32_t slot = 77;
-            EXPECT_EQ(run(plan, tav_util_now_str, null_buffer ? nullptr : buffer,
-                          null_size ? nullptr : &size, with_slot ? &slot : nullptr),
-                      Seen(status, traced("tav_util_now_str", "now_str_linux", status)));
-            EXPECT_EQ(std::pair(size, slot), std::pair(size_out, with_slot ? slot_out : 77));
-            if (plan.at.tv_sec != kYear10000) {
-                EXPECT_EQ(buffer, status == TAV_OK ? calendar_text(plan.at.tv_sec) : "untouched");
-            }
-        }
+    tavtest::clear_reports();
+    {
+        tavtest::ClockInjection clock(plan);
+        ops.at(op)();
+        EXPECT_TRUE(clock.last_clock() == -1 || clock.last_clock() == CLOCK_REALTIME) << script;
     }
-    // The real clock: the text of a reading between two others.
-    char buffer[26];
-    size_t size = sizeof buffer;
-    const time_t before = time(nullptr);
-    ASSERT_EQ(tav_util_now_str(buffer, &size, nullptr), TAV_OK);
-    bool found = false;
-    for (time_t t = before, after = time(nullptr); t <= after; ++t) {
-        found = found || calendar_text(t) == buffer;
+    const std::regex own("^trace tav_util_(\\w+) src/time/(" + home + "|\\1_linux)\\.cpp"),
+        other("^trace tav_util_(\\w+) src/time/(\\w+)\\.cpp"), log("^log tav_util_"),
+        pointer("0x[0-9a-f]+");
+    for (const std::string &line : tavtest::report_summary()) {
+        const std::string shorter =
+            std::regex_replace(std::regex_replace(line, log, "!"), pointer, "p");
+        r += "|" + std::regex_replace(std::regex_replace(shorter, own, "$1"), other, "$1@$2");
     }
-    EXPECT_TRUE(found) << buffer;
+    return r + (out.empty() ? "" : " " + out);
 }
 
-TEST(Clocks, BrokenDownTimes) {
-    const time_t when = 1700000000;
-    tm out = {}, local;
-    EXPECT_EQ(run(at(when), tav_util_get_broken_down_time, &out), Seen(TAV_OK, kNone));
-    EXPECT_EQ(mktime(&out), when); // the local zone's inverse
-    EXPECT_EQ(tav_util_localtime_r(&when, &local), &local);
-    EXPECT_EQ(mktime(&local), when);
-    EXPECT_EQ(tav_util_localtime_r(&kNoCalendar, &local), nullptr);
-    for (const auto &[plan, line] : {std::pair(fails(EPERM), "Failed to read time"),
-                                     std::pair(at(kNoCalendar), "Failed to unpick time")}) {
-        EXPECT_EQ(run(plan, tav_util_get_broken_down_time, &out),
-                  Seen(TAV_ERR_SYSTEM, {"log tav_util_get_broken_down_time " + std::string(line),
-                                        trace("tav_util_get_broken_down_time", "tm_common", 6)}));
-    }
-
-    // gmtime, checked by its inverse; asctime against the Epoch's own text.
-    for (const time_t t : {time_t{0}, time_t{-1}, time_t{951782400}, kYear10000 - 1, kYear10000}) {
-        tm utc = {};
-        EXPECT_EQ(tav_util_gmtime(&t, &utc), TAV_OK);
-        EXPECT_EQ(timegm(&utc), t);
-    }
-    const time_t zero = 0, too_far = kMax;
-    tm epoch, far;
-    EXPECT_EQ(run({}, tav_util_gmtime, &too_far, &far),
-              Seen(TAV_ERR_SYSTEM, traced("tav_util_gmtime", "tm_common", 6)));
-    tav_util_gmtime(&zero, &epoch);
-    tav_util_gmtime(&kYear10000, &far);
-    // clang-format off
-    const std::tuple<const tm *, bool, size_t, tav_status, const char *> asctime_rows[] = {
-        {&epoch, false, 26, TAV_OK, "Thu Jan  1 00:00:00 1970\n"}, // the newline stays
-        {&epoch, false, 25, TAV_ERR_TOO_SMALL, "untouched"},  {nullptr, false, 26, TAV_ERR_NULL_ARG, "untouched"},
-        {&epoch, true, 26, TAV_ERR_NULL_ARG, "untouched"},    {&far, false, 26, TAV_ERR_SYSTEM, nullptr}};
-    // clang-format on
-    for (const auto &[broken_down, null_buffer, size, status, text] : asctime_rows) {
-        char buffer[32] = "untouched";
-        EXPECT_EQ(run({}, tav_util_asctime, broken_down, null_buffer ? nullptr : buffer, size),
-                  Seen(status, traced("tav_util_asctime", "tm_common", status)));
-        if (text != nullptr) {
-            EXPECT_STREQ(buffer, text);
-        }
+void check(const std::vector<std::pair<std::string, std::string>> &rows) {
+    for (const auto &[script, seen] : rows) {
+        EXPECT_EQ(run(script), seen) << script;
     }
 }
 
-uint64_t nanos(int64_t sec, int64_t nsec) { return sec * UINT64_C(1000000000) + nsec; }
+const std::string kOverflow =
+    "|!future_timeout Overflow detected when trying to set phase timeout tmp hack";
+const std::string kMax = std::to_string(INT64_MAX);
 
-TEST(Clocks, CountsTimerAndCounter) {
+TEST(Time, Timeouts) {
+    home = "timespec_common";
+    const std::string bad = "7|!abs_time_offset Bad value, val: ", o33 = "33|abs_time_offset 33 ";
     // clang-format off
-    const std::tuple<Plan, uint64_t, uint64_t, uint64_t> rows[] = {
-        {at(1700000000, 123456789), 1700000000123456789, 1700000000123, 1700000000123456},
-        // Above 4611686018 s the seconds' product is rounded as a double.
-        {at(4611686019, 7), 4611686019000000519, 4611686019000, 4611686019000000},
-        {at(18446744073), 18446744072999999488u, 18446744073000, 18446744073000000},
-        // Left to this library: a point that 64 bits cannot count is 0.
-        {at(18446744074), 0, 18446744074000, 18446744074000000},
-        {at(-1, 999999999), 0, UINT64_MAX, UINT64_MAX},
-        {fails(EINVAL), 0, 0, 0},
-    };
+    check({{"offset 5.123 0 1", "0 5.123"}, {"offset 5.123 1000 1000", "0 6.123"}, {"offset 5.123 999 1000", "0 5.999000123"},
+           {"offset 5.0 1 1000000000", "0 5.1"}, {"offset 5.0 2 3", "0 5.666666666"}, {"offset 5.0 7000000001 7", "0 1000000005.142857142"},
+           {"offset 5.500000000 500 1000", "0 6.0"}, {"offset 5.999999999 2 1000000000", "0 6.1"}, {"offset 5.5000000000 0 1", "0 6.4000000000"},
+           {"offset 5." + kMax + " 1 1000000000", "0 6.9223372035854775808"}, {"offset 9223372036854775804.7 3 1", "0 " + kMax + ".7"},
+           {"offset " + kMax + ".0 999 1000", "0 " + kMax + ".999000000"},
+           {"offset 5.0 1 1000000001", bad + "1 scale_to_sec: 1000000001\n|abs_time_offset 7 5.0"},
+           {"offset 5.0 1 0", bad + "1 scale_to_sec: 0\n|abs_time_offset 7 5.0"},
+           {"offset 5.0 -1 1", bad + "-1 scale_to_sec: 1\n|abs_time_offset 7 5.0"},
+           {"offset 9223372036854775804.7 4 1", o33 + "9223372036854775804.7"}, {"offset -1.0 1 1", o33 + "-1.0"},
+           {"offset " + kMax + ".999999999 1 1000000000", o33 + kMax + ".0"},
+           {"offset 9223372036854775806.999999999 1000000001 1000000000", o33 + kMax + ".0"}, {"offset 5.-1 3 1", o33 + "8.-1"},
+           {"@100.999999999 future 1", "0 101.0"},
+           {"@100.999999999 future -1", bad + "-1 scale_to_sec: 1000000000\n|abs_time_offset 7|future_timeout 7" + kOverflow + " 100.999999999"},
+           {"@" + kMax + ".999999999 future 1", "33|abs_time_offset 33|future_timeout 33" + kOverflow + " " + kMax + ".0"},
+           {"@!22 future 1", "6|!future_timeout Failed to get current time.|future_timeout 6 -7.-7"},
+           {"@100.500 expired 101.0", "0 0"}, {"@100.500 expired 100.501", "0 0"}, {"@100.500 expired 100.500", "0 1"},
+           {"@100.500 expired 100.499", "0 1"}, {"@100.500 expired 99." + kMax, "0 1"}, {"@100.500 expired -1.0", "0 1"},
+           {"@100.500 expired 101.-1000000000", "0 0"}, {"@!22 expired 0.0", "6|query_timeout_expired 6 7"},
+           {"cmp 1.5 1.5 i", "0 0"}, {"cmp 1.5 1.6 i", "0 -1"}, {"cmp 1.6 1.5 i", "0 1"}, {"cmp 1." + kMax + " 2.0 i", "0 -1"},
+           {"cmp 2.0 1.999999999 i", "0 1"}, {"cmp -1.0 0.0 i", "0 -1"}, {"cmp 0.-1 0.0 i", "0 -1"},
+           {"cmp null 1.0 i", "3|!cmp_timeout NULL argument detected: (nil) p p|cmp_timeout 3 7"},
+           {"cmp 1.0 null i", "3|!cmp_timeout NULL argument detected: p (nil) p|cmp_timeout 3 7"},
+           {"cmp 1.0 1.0 null", "3|!cmp_timeout NULL argument detected: p p (nil)|cmp_timeout 3 7"},
+           {"@100.250000000 left 112.750000000 64", "0 1.250000e+01 seconds"}, {"@100.250000000 left 90.750000000 64", "0 -9.500000e+00 seconds"},
+           {"@100.250000000 left 112.750000000 5", "0 1.25"}, {"@100.250000000 left 112.750000000 0", "0 untouched"},
+           {"@!22 left 112.0 64", "6|!query_timeout_left Failed to get current time.|query_timeout_left 6 untouched"}});
     // clang-format on
-    for (const auto &[plan, point, msec, usec] : rows) {
-        EXPECT_EQ(run(plan, tav_util_timer_point), Seen(point, kNone));
-        EXPECT_EQ(last_clock, CLOCK_REALTIME);
-        EXPECT_EQ(run(plan, tav_util_walltime_msec), Seen(msec, kNone));
-        EXPECT_EQ(run(plan, tav_util_walltime_usec), Seen(usec, kNone));
+}
+
+TEST(Time, Values) {
+    home = "timeval_common";
+    const std::string o33 = "33|safe_add_seconds 33 ", all = std::to_string(UINT64_MAX);
+    // clang-format off
+    check({{"add " + kMax + ".777 0", "0 " + kMax + ".777"}, {"add " + kMax + ".777 1", o33 + kMax + ".777"},
+           {"add 9223372036854775806.777 1", "0 " + kMax + ".777"}, {"add 0.777 -1", o33 + "0.777"}, {"add -5.777 -1", o33 + "-5.777"},
+           {"add -5.777 " + kMax, "0 9223372036854775802.777"}, {"add -9223372036854775808.777 -1", "0 " + kMax + ".777"},
+           {"add -5.777 -9223372036854775808", "0 9223372036854775803.777"},
+           {"@100.250999000 future_time 5", "0 105.250999"}, {"@100.0 future_time -1 null", "3|future_time 3 -7.-7"},
+           {"@100.0 future_time -1", "7|future_time 7 -7.-7"}, {"@!22 future_time 1", "6|future_time 6 -7.-7"},
+           {"@" + kMax + ".5000 future_time 1", o33 + kMax + ".5"},
+           {"tvcmp 1.5 1.5", "0 0"}, {"diff 1.5 1.5", "0"}, {"tvcmp 1.1500000 2.0", "-1 0"}, {"diff 1.1500000 2.0", "0.5"}, {"tvcmp 2.0 1.1500000", "1 1"}, {"diff 2.0 1.1500000", "-0.5"},
+           {"tvcmp 1.5 1.6", "-1 0"}, {"diff 1.5 1.6", "-9.999999999177334e-07"}, {"tvcmp 1.6 1.5", "1 1"}, {"diff 1.6 1.5", "9.999999999177334e-07"},
+           {"tvcmp -1.0 0.0", "-1 0"}, {"diff -1.0 0.0", "-1"}, {"tvcmp 0.15 0.0", "1 1"}, {"diff 0.15 0.0", "1.4999999999999999e-05"},
+           {"tvcmp 1700000000.123457 1700000000.3", "1 1"}, {"diff 1700000000.123457 1700000000.3", "0.12345385551452637"},
+           {"to_ms 1.500000", "0 1500"}, {"to_ms 1.999", "0 1000"}, {"to_ms 0.-1500", "0 " + all},
+           {"to_ms " + kMax + ".0", "0 18446744073709550616"}, {"to_ms -1.1000", "0 18446744073709550617"},
+           {"to_ms null", "3|timeval_to_ms 3 7"}, {"to_ms 1.0 null", "3|timeval_to_ms 3 7"},
+           {"from_ms 1500", "0 1.500000"}, {"from_ms 0", "0 0.0"}, {"from_ms " + all, "0 18446744073709551.615000"},
+           {"from_ms 1500 null", "3 -7.-7"},
+           {"human 0 32", "0 0 seconds"}, {"human 1 32", "0 1 second"}, {"human 1.4 32", "0 1 seconds"},
+           {"human 1.5 32", "0 2 seconds"}, {"human 2.5 32", "0 2 seconds"}, {"human 59.7 32", "0 60 seconds"},
+           {"human 60 32", "0 1 minute"}, {"human 90 32", "0 2 minutes"}, {"human 3599 32", "0 60 minutes"},
+           {"human 3600 32", "0 1 hour"}, {"human 5400 32", "0 2 hours"}, {"human 86399 32", "0 24 hours"},
+           {"human 86400 32", "0 1 day"}, {"human 129600 32", "0 2 days"}, {"human -30 32", "0 -30 seconds"},
+           {"human nan 32", "0 nan days"}, {"human -nan 32", "0 -nan days"}, {"human inf 32", "0 inf days"},
+           {"human -inf 32", "0 -inf seconds"}, {"human 90 4", "0 2 m"}, {"human 90 0", "0 untouched"},
+           {"human 90 2147483648", "0 untouched"}});
+    // clang-format on
+}
+
+TEST(Time, Clocks) {
+    home = "tm_common";
+    const std::string far = "253402300800", beyond = "4611686018427387904",
+                      all = std::to_string(UINT64_MAX);
+    // clang-format off
+    check({{"@0.0 now_str 26", "0 24 7 cal"}, {"@1700000000.0 now_str 64", "0 24 7 cal"},
+           {"@0.0 now_str 25", "7|now_str 7 25 7 untouched"}, {"@0.0 now_str 26 nobuffer", "3|now_str 3 26 7 untouched"},
+           {"@0.0 now_str 26 nosize", "3|now_str 3 26 7 untouched"}, {"@!1 now_str 26", "6|now_str 6 26 1 untouched"},
+           {"@!1 now_str 26 noslot", "6|now_str 6 26 7 untouched"},
+           {"@" + beyond + ".0 now_str 26", "6|now_str 6 26 22 untouched"}, // beyond the calendar: a failure too
+           {"@" + beyond + ".0 now_str 26 noslot", "6|now_str 6 26 7 untouched"},
+           {"@" + far + ".0 now_str 26", "6|now_str 6 26 75 written"},
+           {"@1700000000.0 broken", "0 1700000000"}, {"localtime 1700000000", "1700000000"}, {"localtime " + beyond, "null"},
+           {"@!1 broken", "6|!get_broken_down_time Failed to read time|get_broken_down_time 6"},
+           {"@" + beyond + ".0 broken", "6|!get_broken_down_time Failed to unpick time|get_broken_down_time 6"},
+           {"gmtime 0", "0 0"}, {"gmtime -1", "0 -1"}, {"gmtime " + far, "0 " + far}, {"gmtime " + kMax, "6|gmtime 6"},
+           {"asctime 0 26", "0 Thu Jan  1 00:00:00 1970\n"}, {"asctime 0 25", "16|asctime 16 untouched"},
+           {"asctime 0 26 null", "3|asctime 3 untouched"}, {"asctime 0 26 t null", "3|asctime 3 untouched"},
+           {"asctime " + far + " 26", "6|asctime 6 written"},
+           {"@1700000000.123456789 point", "1700000000123456789"}, {"@1700000000.123456789 msec", "1700000000123"},
+           {"@1700000000.123456789 usec", "1700000000123456"},
+           {"@4611686019.7 point", "4611686019000000519"}, // the seconds' product rounded as a double
+           {"@18446744073.0 point", "18446744072999999488"}, {"@18446744073.0 usec", "18446744073000000"},
+           {"@18446744074.0 point", "0"}, {"@18446744074.0 msec", "18446744074000"}, // past 64 bits of nanoseconds: 0
+           {"@-1.999999999 point", "0"}, {"@-1.999999999 msec", all}, {"@-1.999999999 usec", all},
+           {"@!22 point", "0"}, {"@!22 msec", "0"}, {"@!22 usec", "0"},
+           {"elapsed 0 1500000000", "1.5"}, {"elapsed 1 0", "18446744073.709553"}});
+    // clang-format on
+}
+
+// The real clocks: each reading lies between two others.
+TEST(Time, RealClocks) {
+    timespec t0, t1, t;
+    timeval tv;
+    char text[26];
+    size_t size = sizeof text;
+    int32_t expired = 0;
+    const time_t s0 = time(nullptr);
+    clock_gettime(CLOCK_REALTIME, &t0);
+    const std::vector<int64_t> got = {
+        tav_util_future_timeout(&t, 0, 1),         tav_util_future_time(0, &tv),
+        tav_util_now_str(text, &size, nullptr),    N(t),
+        (tv.tv_sec * 1000000 + tv.tv_usec) * 1000, int64_t(tav_util_timer_point()),
+        int64_t(tav_util_walltime_usec() * 1000),  int64_t(tav_util_walltime_msec() * 1000000)};
+    clock_gettime(CLOCK_REALTIME, &t1);
+    EXPECT_TRUE(calendar(s0) == text || calendar(time(nullptr)) == text) << text;
+    EXPECT_EQ(std::vector<int64_t>(got.begin(), got.begin() + 3), std::vector<int64_t>(3, TAV_OK));
+    for (size_t k = 3; k < got.size(); ++k) {
+        EXPECT_TRUE(N(t0) / 1000000 * 1000000 <= got[k] && got[k] <= N(t1)) << k;
     }
-    // The real clocks: each count lies between two readings of its clock.
-    timespec a, b;
-    clock_gettime(CLOCK_REALTIME, &a);
-    const uint64_t point = tav_util_timer_point();
-    clock_gettime(CLOCK_REALTIME, &b);
-    EXPECT_TRUE(nanos(a.tv_sec, a.tv_nsec) <= point && point <= nanos(b.tv_sec, b.tv_nsec));
-    timeval c, d;
-    gettimeofday(&c, nullptr);
-    const uint64_t msec = tav_util_walltime_msec(), usec = tav_util_walltime_usec();
-    gettimeofday(&d, nullptr);
-    const uint64_t from = nanos(c.tv_sec, c.tv_usec * 1000), to = nanos(d.tv_sec, d.tv_usec * 1000);
-    EXPECT_TRUE(from / 1000000 <= msec && msec <= usec / 1000 && usec <= to / 1000);
-
-    EXPECT_EQ(tav_util_timer_elapsed_seconds(0, 1500000000), 1.5);
-    EXPECT_EQ(tav_util_timer_elapsed_seconds(1, 0), 18446744073.709553); // unsigned: no sign
-    EXPECT_EQ(tav_util_sleep(0), 0u);
-
-#if defined(__aarch64__) || defined(__x86_64__)
-    // The counter, bracketed by two reads of the same register.
-    auto counter = [] {
-        uint64_t value;
-#if defined(__aarch64__)
-        __asm__ __volatile__("mrs %0, cntvct_el0" : "=r"(value));
-#else
-        uint32_t low, high;
-        __asm__ __volatile__("rdtsc" : "=a"(low), "=d"(high));
-        value = (static_cast<uint64_t>(high) << 32) | low;
-#endif
-        return value;
-    };
-    const uint64_t before = counter(), cycles = tav_util_read_cycles(), after = counter();
-    EXPECT_TRUE(before <= cycles && cycles <= after);
-#endif
+    EXPECT_TRUE(tav_util_query_timeout_expired(&t, &expired) == TAV_OK && expired == 1);
+    const uint64_t first = tav_util_read_cycles(), second = tav_util_read_cycles();
+    EXPECT_TRUE(0 < first && first <= second && tav_util_sleep(0) == 0 &&
+                tav_util_query_timeout_left(&t, nullptr, 0) == 0);
 }
 
 } // namespace

@@ -1,6 +1,5 @@
-// Lets a test fail the clock calls or stop the clock at a chosen reading:
-// the test program defines clock_gettime, gettimeofday and time, forwarding
-// to libc's while no plan is in force.
+// Stops the clock calls (clock_gettime, gettimeofday, time) at a chosen
+// reading, or fails them, while a ClockInjection exists; libc's otherwise.
 #pragma once
 
 #include <ctime>
@@ -12,15 +11,10 @@ struct ClockPlan {
     struct timespec at = {}; // the reading otherwise; gettimeofday gives whole microseconds
 };
 
-// Applies the plan while it exists.
-class ClockInjection {
-  public:
+struct ClockInjection {
     explicit ClockInjection(const ClockPlan &plan);
     ~ClockInjection();
-    ClockInjection(const ClockInjection &) = delete;
-    ClockInjection &operator=(const ClockInjection &) = delete;
-    // The clock id of the last clock_gettime call under the plan (-1: none).
-    clockid_t last_clock() const;
+    clockid_t last_clock() const; // of the last clock_gettime under the plan (-1: none)
 };
 
 } // namespace tavtest
