@@ -18,7 +18,7 @@ extern "C" {
 #define TAV_PROC_COMM_SIZE 64
 
 /**
- * @brief The numbers of one line of /proc/<pid>/stat, in the line's order,
+ * @brief The numbers of one line of `/proc/<pid>/stat`, in the line's order,
  * under the kernel's names.
  *
  * The caller provides the record; it is zeroed, then filled. A token that does
