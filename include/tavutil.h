@@ -1,4 +1,26 @@
-/* libtavutil: the one header users include. */
+/**
+ * @file tavutil.h
+ * @brief libtavutil: the one header users include.
+ *
+ * Pulls in every family's header under include/tavutil/. Link with
+ * `-ltavutil` (pkg-config `tavutil`, or the CMake target `tavutil::tavutil`).
+ */
+
+/**
+ * @mainpage libtavutil
+ *
+ * The support library of a family of Linux daemons and command-line tools:
+ * text building, encoding and hashing, small containers, an option parser,
+ * durable file I/O, time and process control, all behind a plain C ABI.
+ *
+ * Every operation reports through one frame: most return a ::tav_status
+ * (tavutil/status.h); on failure an operation may also leave an entry in the
+ * calling thread's error trace (libtaverrortrace) and a log line (libtavlog).
+ * Each function's comment says which status it gives, whether it traces and
+ * which line it logs. Memory handed to the caller comes from the malloc family
+ * and is released with `free`, unless a record has a release operation of its
+ * own. Include tavutil.h and see the file list for each family's header.
+ */
 #ifndef TAVUTIL_H
 #define TAVUTIL_H
 

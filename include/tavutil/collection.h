@@ -1,4 +1,10 @@
-/* The collection: a growing array of owned elements of one kind. */
+/**
+ * @file tavutil/collection.h
+ * @brief The collection: a growing array of owned elements of one kind.
+ *
+ * No operation here reports: failures show as false or null only, with no
+ * line and no trace.
+ */
 #ifndef TAVUTIL_COLLECTION_H
 #define TAVUTIL_COLLECTION_H
 
@@ -9,44 +15,87 @@
 extern "C" {
 #endif
 
-/* Reached through the operations below only. The collection owns what it
- * holds: every element goes through `destroy` when the collection is freed.
- * Elements are only added, never removed or replaced, and an element's index
- * never changes. No operation reports: failures show as false or null. */
+/**
+ * @brief A collection of owned elements, reached through the operations
+ * below only.
+ *
+ * The collection owns what it holds: every element goes through `destroy`
+ * when the collection is freed. Elements are only added, never removed or
+ * replaced, and an element's index never changes.
+ */
 typedef struct tav_collection tav_collection;
 
-/* A new, empty collection with a growth step of 10, or null (also for a null
- * `destroy`). `name` is copied and may be null; `create` makes an element,
- * `clone` makes one from a caller's object, `destroy` releases one. A null
- * `create` or `clone` leaves tav_collection_element_new or
- * tav_collection_element_add failing. */
+/**
+ * @brief Makes an empty collection with a growth step of 10.
+ * @param name    Copied into the collection; may be null (a copy that cannot
+ *                be made leaves it nameless, no failure).
+ * @param create  Makes an element; null leaves tav_collection_element_new()
+ *                failing.
+ * @param clone   Makes an element from a caller's object; null leaves
+ *                tav_collection_element_add() failing.
+ * @param destroy Releases one element; must not be null.
+ * @return The collection, to release with tav_collection_free(); null for a
+ *         null @p destroy or when memory runs out.
+ */
 tav_collection *tav_collection_new(const char *name, void *(*create)(void),
                                    void *(*clone)(void *source), void (*destroy)(void *element));
 
-/* Destroys every element, from the first on, and the collection; a null
- * collection is ignored. */
+/**
+ * @brief Destroys every element, from the first on, then the collection.
+ * @param collection The collection; null is ignored.
+ */
 void tav_collection_free(tav_collection *collection);
 
-/* The elements held; 0 for a null collection. */
+/**
+ * @brief The number of elements held.
+ * @param collection The collection; null gives 0.
+ * @return The count.
+ */
 int32_t tav_collection_len(const tav_collection *collection);
 
-/* Slots added at each growth from the next allocation on; below 1 the array
- * grows to about 2.5 times its count. A null collection is ignored. */
+/**
+ * @brief Sets the slots added at each growth, from the next allocation on.
+ * @param collection The collection; null is ignored.
+ * @param growth     Slots per growth; below 1 the array grows to about 2.5
+ *                   times its count.
+ */
 void tav_collection_set_growth(tav_collection *collection, int32_t growth);
 
-/* True when the collection now owns `element`; on false it stays the
- * caller's and the collection is as it was. */
+/**
+ * @brief Hands an element to the collection, growing its array as needed.
+ * @param collection The collection.
+ * @param element    The element; null fails.
+ * @return True when the collection now owns @p element. On false (null
+ *         argument, memory exhausted, array at its largest) it stays the
+ *         caller's and the collection is as it was.
+ */
 bool tav_collection_element_attach(tav_collection *collection, void *element);
 
-/* True when a clone of `source` was added; `source` stays the caller's. */
+/**
+ * @brief Adds a clone of a caller's object, made by the `clone` callback.
+ * @param collection The collection.
+ * @param source     The object cloned; stays the caller's.
+ * @return True when the clone was added; false for a null argument or
+ *         callback, a null clone, or a failed attach (the clone then goes
+ *         through `destroy`).
+ */
 bool tav_collection_element_add(tav_collection *collection, void *source);
 
-/* A new element made by `create` and added, or null. It stays the
- * collection's. */
+/**
+ * @brief Makes a new element with the `create` callback and adds it.
+ * @param collection The collection.
+ * @return The element, which stays the collection's; null for a null argument
+ *         or callback, a null element, or a failed attach (the element then
+ *         goes through `destroy`).
+ */
 void *tav_collection_element_new(tav_collection *collection);
 
-/* The element at `index`, or null outside 0 to count - 1. It stays the
- * collection's. */
+/**
+ * @brief The element at an index.
+ * @param collection The collection; null gives null.
+ * @param index      From 0 to count - 1; any other value gives null.
+ * @return The element, which stays the collection's, or null.
+ */
 void *tav_collection_element(const tav_collection *collection, int32_t index);
 
 #ifdef __cplusplus
