@@ -55,7 +55,7 @@ sleep 30 &
 sleeper=$!
 [[ " $("$t" pidof -x sleep) " == *" $sleeper "* ]] || bad "pidof -x sleep"
 [[ " $("$t" pidof lee) " == *" $sleeper "* ]] || bad "pidof lee"
-eq "$("$t" procstat "$sleeper" | sed -n '1,4p' | tr '\n' ' ')" "pid: $sleeper comm: sleep state: S ppid: $$ " "procstat"
+eq "$("$t" procstat "$sleeper" | cut -d' ' -f2 | tr '\n' ' ')" "$(cut -d' ' -f1-42 /proc/$sleeper/stat | tr -d '()') " "procstat"
 
 "$t" claim "$d/p.pid" sleep 30 &
 claimer=$!
