@@ -29,7 +29,7 @@ enum { OK = 0, FAILURE = 1, MISUSE = 2 };
 static struct {
     int32_t help, decode, exact, seconds;
     char *seed;
-} opt = {0, 0, 0, -1, NULL};
+} opt = {0, 0, 0, INT32_MIN, NULL}; /* INT32_MIN: no time limit */
 
 /* Row bits, and REST: the first argument ends the options (its program's). */
 enum { O_HELP = 1, O_DECODE = 2, O_EXACT = 4, O_TIME = 8, O_SEED = 16, REST = 32 };
@@ -429,8 +429,8 @@ static void on_child(int signal_number, siginfo_t *info, void *context) {
 
 static int run_cmd(int count, char **args) {
     (void)count;
-    if (opt.seconds < -1) {
-        return misuse("not a time limit: ", "negative");
+    if (opt.seconds < 0 && opt.seconds != INT32_MIN) {
+        return misuse("the time limit must be 0 or more", "");
     }
     /* The bounded wait collects the child without its status: the status
      * comes with SIGCHLD, which is queued before the child can be collected. */
@@ -458,7 +458,8 @@ static int run_cmd(int count, char **args) {
     }
     child_pid = pid;
     sigprocmask(SIG_SETMASK, &before, NULL);
-    tav_status st = tav_util_await_child_timeout(pid, opt.seconds < 0 ? INT32_MAX : opt.seconds);
+    tav_status st =
+        tav_util_await_child_timeout(pid, opt.seconds == INT32_MIN ? INT32_MAX : opt.seconds);
     if (st == TAV_ERR_TIMEOUT) {
         waitpid(pid, NULL, 0);
         fprintf(stderr, "tavutil run: %s: killed after %d second(s)\n", args[0], (int)opt.seconds);

@@ -100,7 +100,7 @@ claim $d/no/p.pid sleep|1|tavutil claim: Cannot access pid file $d/no/p.pid  Rea
 claim $d/c.pid $d/none|1|tavutil claim: $d/none: No such file or directory (status 6)
 run|2|tavutil run: missing argument (usage: tavutil run [-t SECONDS] PROGRAM [ARG...])
 run -t x true|2|tavutil run: bad value for -t: x (status 7)
-run -t -5 true|2|tavutil run: not a time limit: negative (usage: tavutil run [-t SECONDS] PROGRAM [ARG...])
+run -t -1 true|2|tavutil run: the time limit must be 0 or more (usage: tavutil run [-t SECONDS] PROGRAM [ARG...])
 run $d/none|127|tavutil run: $d/none: No such file or directory
 ls $d/none|1|tavutil ls: Failed to scan directory $d/none  Reason: No such file or directory (status 6)
 now x|2|tavutil now: too many arguments (usage: tavutil now )
