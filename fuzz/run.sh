@@ -1,10 +1,8 @@
 #!/usr/bin/env bash
-# Runs every fuzz target for a fixed time (seconds, default 10) over a scratch
-# copy of its seeds, after `cmake --preset fuzz && cmake --build --preset fuzz`.
-# Fails at the first target that fails; its reproducer is left in the
-# current directory (crash-*, leak-*, ...).
+# Runs each fuzz target for a fixed time (seconds, default 10) over a scratch
+# copy of its seeds; fails at the first target that fails, leaving its
+# reproducer (crash-*, leak-*, ...) in the current directory.
 set -euo pipefail
-seconds=${1:-10}
 here=$(cd "$(dirname "$0")" && pwd)
 bin=${TAVUTIL_FUZZ_BIN:-$here/../build-fuzz/fuzz}
 scratch=$(mktemp -d)
@@ -14,11 +12,7 @@ for seeds in "$here"/corpus/*/; do
     cp -r "$seeds" "$scratch/$target"
     dict=()
     [ -f "$here/$target.dict" ] && dict=(-dict="$here/$target.dict")
-    echo "== $target (${seconds}s)"
-    if ! "$bin/fuzz_$target" "${dict[@]}" -max_total_time="$seconds" "$scratch/$target" \
-        >"$scratch/log" 2>&1; then
-        tail -n 40 "$scratch/log"
-        exit 1
-    fi
-    grep -E "^Done [0-9]+ runs" "$scratch/log" || true
+    "$bin/fuzz_$target" "${dict[@]}" -max_total_time="${1:-10}" "$scratch/$target" >"$scratch/log" 2>&1 ||
+        { tail -n 40 "$scratch/log"; exit 1; }
+    echo "$target: $(grep -E '^Done [0-9]+ runs' "$scratch/log")"
 done
