@@ -12,7 +12,7 @@ for seeds in "$here"/corpus/*/; do
     cp -r "$seeds" "$scratch/$target"
     dict=()
     [ -f "$here/$target.dict" ] && dict=(-dict="$here/$target.dict")
-    "$bin/fuzz_$target" "${dict[@]}" -max_total_time="${1:-10}" "$scratch/$target" >"$scratch/log" 2>&1 ||
+    "$bin/fuzz_$target" "${dict[@]}" -max_total_time="${1:-10}" -timeout=60 -report_slow_units=60 "$scratch/$target" >"$scratch/log" 2>&1 ||
         { tail -n 40 "$scratch/log"; exit 1; }
     echo "$target: $(grep -E '^Done [0-9]+ runs' "$scratch/log")"
 done
