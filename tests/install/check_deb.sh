@@ -19,9 +19,10 @@ expect "$(dpkg-deb -c "$runtime" | awk '/\.so$/ {print $6}' | sort | tr '\n' ' '
   "./usr/local/lib/libtaverrortrace.so ./usr/local/lib/libtavlog.so ./usr/local/lib/libtavutil.so " \
   "runtime files"
 dpkg-deb -c "$dev" | grep -q '\.so$' && { echo "dev holds a shared object" >&2; exit 1; }
-dpkg-deb -c "$runtime" | grep -q ' ./usr/local/bin/tavutil$' || { echo "runtime lacks the tool" >&2; exit 1; }
+runtime_files=$(dpkg-deb -c "$runtime") dev_files=$(dpkg-deb -c "$dev")
+grep -q ' ./usr/local/bin/tavutil$' <<<"$runtime_files" || { echo "runtime lacks the tool" >&2; exit 1; }
 if [ -d "$build/docs/man/man3" ]; then
-  dpkg-deb -c "$dev" | grep -q ' ./usr/local/share/man/man3/tav_util_base64_encode.3$' ||
+  grep -q ' ./usr/local/share/man/man3/tav_util_base64_encode.3$' <<<"$dev_files" ||
     { echo "dev lacks the man pages" >&2; exit 1; }
 fi
 
