@@ -58,18 +58,17 @@
 #include "tavutil/directory.h"
 
 /* time */
+#include "tavutil/clock.h"
 #include "tavutil/timeout.h"
 #include "tavutil/timeval.h"
-#include "tavutil/clock.h"
 
 /* spawn, child timeout, process search, signals */
+#include "tavutil/signals.h"
 #include "tavutil/spawn.h"
 
-#include "tavutil/signals.h"
-
 /* pid file, status record, environment, group, host */
+#include "tavutil/identity.h"
 #include "tavutil/pid_file.h"
 #include "tavutil/proc_stat.h"
-#include "tavutil/identity.h"
 
 #endif
