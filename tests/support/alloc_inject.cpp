@@ -1,5 +1,6 @@
 #include "alloc_inject.hpp"
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -24,7 +25,7 @@ struct State {
     long fail_at = 0;
     long calls = 0;
     bool injected = false;
-    int paused = 0;
+    std::atomic<int> paused = 0; // reports may come from several threads
     size_t sizes[64] = {};
 };
 State state;

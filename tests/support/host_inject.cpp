@@ -58,7 +58,12 @@ int scandir(const char *path, dirent ***list, int (*filter)(const dirent *),
 }
 
 long sysconf(int name) {
-    static const auto real_sysconf = next(&::sysconf, "sysconf"); // asked for before main
+    // Asked for before main, by a sanitizer's start-up too: looked up at the
+    // first call, without a guarded static (a sanitizer intercepts the guard).
+    static decltype(&::sysconf) real_sysconf = nullptr;
+    if (real_sysconf == nullptr) {
+        real_sysconf = next(&::sysconf, "sysconf");
+    }
     return name == faults.sysconf_name ? (errno = EINVAL, faults.sysconf_result)
                                        : real_sysconf(name);
 }

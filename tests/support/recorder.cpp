@@ -4,6 +4,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <mutex>
 #include <unistd.h>
 #include <utility>
 
@@ -13,23 +14,34 @@ extern "C" void __gcov_dump(void);
 
 namespace tavtest {
 namespace {
+// The library may report from several threads at once.
+std::mutex store_lock;
+
 std::vector<Report> &store() {
     static std::vector<Report> all;
     return all;
 }
 
-// A new report with the fields every entry point passes.
-Report &record(Report::Kind kind, const char *function, const char *path, int32_t line) {
+// A report with the fields every entry point passes.
+Report made(Report::Kind kind, const char *function, const char *path, int32_t line) {
     Report r{};
     r.kind = kind;
     r.function = function;
     r.path = path;
     r.line = line;
-    return store().emplace_back(std::move(r));
+    return r;
+}
+
+void record(Report r) {
+    const std::lock_guard<std::mutex> hold(store_lock);
+    store().push_back(std::move(r));
 }
 } // namespace
 
-void clear_reports() { store().clear(); }
+void clear_reports() {
+    const std::lock_guard<std::mutex> hold(store_lock);
+    store().clear();
+}
 const std::vector<Report> &reports() { return store(); }
 
 std::vector<std::string> report_summary() {
@@ -64,13 +76,15 @@ extern "C" {
 void tav_trace_save(const char *function, const char *source_path, int32_t source_line,
                     tav_status status) {
     tavtest::AllocPause pause;
-    tavtest::record(tavtest::Report::kTrace, function, source_path, source_line).status = status;
+    tavtest::Report r = tavtest::made(tavtest::Report::kTrace, function, source_path, source_line);
+    r.status = status;
+    tavtest::record(std::move(r));
 }
 
 void tav_util_log_internal(int32_t severity, int32_t module, const char *function, const char *file,
                            int32_t line, const char *format, ...) {
     tavtest::AllocPause pause;
-    tavtest::Report &r = tavtest::record(tavtest::Report::kLog, function, file, line);
+    tavtest::Report r = tavtest::made(tavtest::Report::kLog, function, file, line);
     r.severity = severity;
     r.module = module;
     r.format = format;
@@ -84,18 +98,19 @@ void tav_util_log_internal(int32_t severity, int32_t module, const char *functio
     va_end(again);
     va_end(args);
     r.text = text;
+    tavtest::record(std::move(r));
 }
 
 void tav_util_log_internal_perror(int32_t error_number, int32_t severity, int32_t module,
                                   const char *function, const char *source_path,
                                   int32_t source_line, const char *message) {
     tavtest::AllocPause pause;
-    tavtest::Report &r =
-        tavtest::record(tavtest::Report::kPerror, function, source_path, source_line);
+    tavtest::Report r = tavtest::made(tavtest::Report::kPerror, function, source_path, source_line);
     r.severity = severity;
     r.module = module;
     r.error_number = error_number;
     r.text = message;
+    tavtest::record(std::move(r));
 }
 
 } // extern "C"

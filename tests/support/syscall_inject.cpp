@@ -32,7 +32,7 @@ REAL(fsync); REAL(close); REAL(fflush); REAL(fopen); REAL(fclose);
 // clang-format on
 
 const char *path_of(int fd) {
-    static char link[32], target[1024];
+    thread_local char link[32], target[1024]; // fsync may come from several threads
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
     target[std::max(::readlink(link, target, sizeof target - 1), ssize_t{0})] = '\0';
     return target;
