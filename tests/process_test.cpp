@@ -134,6 +134,11 @@ TEST(AwaitChild, PollsKillsAndReports) {
             ASSERT_EQ(tav_spawn(v({program, "100", nullptr}), kNoEnv, &handle), TAV_OK);
             pid = pid_in(handle);
         }
+        // Our signal must reach the program: sent between fork and exec, under
+        // valgrind it is lost.
+        while (row.target == kRunning && slurp("/proc/" + to_string(pid) + "/comm") != "sleep\n") {
+            usleep(1000);
+        }
         if (row.target == kEnded) {
             waitid(P_PID, id_t(pid), &info, WEXITED | WNOWAIT);
         }
@@ -277,11 +282,25 @@ void marked(int) {}
 
 // Signals 1 to 31, then 64, as letters: H the test's handler, I ignored, D
 // default; i or d when flags or mask ask for more than the handler.
+// Valgrind keeps the last real-time signal for itself: no disposition of
+// ours can be set on it there, and its column reads '-'.
+bool last_signal_is_ours() {
+    struct sigaction probe {
+    }, before{};
+    probe.sa_handler = marked;
+    const bool ours = sigaction(64, &probe, &before) == 0;
+    return ours && sigaction(64, &before, nullptr) == 0;
+}
+
 std::string dispositions() {
     std::string letters;
     for (int signum = 1; signum <= 64; signum = signum == 31 ? 64 : signum + 1) {
         struct sigaction now {};
         sigaction(signum, nullptr, &now);
+        if (signum == 64 && !last_signal_is_ours()) {
+            letters += '-';
+            continue;
+        }
         constexpr int kRestorer = 0x04000000; // added by libc to every disposition
         const bool bare = (now.sa_flags & ~kRestorer) == 0 && sigisemptyset(&now.sa_mask);
         letters += now.sa_handler == SIG_IGN   ? "Ii"[!bare]
@@ -333,13 +352,15 @@ TEST(Signals, DispositionsAfterEachCall) {
         {"c", 1 << 2 | 1u << 31, "6 IHIIIIIIDIIIIIHIIIDIIIIIIIIIIIHH" + common + "Interrupt (2)" + einval + common + "Bad system call (31)" + einval},
         {"r1 r31 i15 r15", 0, "0 DHHHHHHHDHHHHHDHHHDHHHHHHHHHHHDH"},
         {"r0 r32", 0, "7 " + start + reset + "0" + bad + reset + "32" + bad},
-        {"r9", 0, "6 " + start + "|log tav_util_reset_signal" + kOps + ": Failed to reset signal Killed (9)" + einval},
+        {"r9", 1 << 9, "6 " + start + "|log tav_util_reset_signal" + kOps + ": Failed to reset signal Killed (9)" + einval},
     };
     // clang-format on
     for (const auto &row : rows) {
+        std::string expected = std::get<2>(row);
+        expected[2 + 31] = last_signal_is_ours() ? expected[2 + 31] : '-';
         EXPECT_EQ(
             tavtest::in_child([&] { return signals_after(std::get<0>(row), std::get<1>(row)); }),
-            std::get<2>(row));
+            expected);
     }
 }
 
