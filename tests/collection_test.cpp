@@ -23,7 +23,7 @@ TEST(Collection, Growth) {
         // clang-format on
         tav_collection *collection = tav_collection_new(nullptr, nullptr, nullptr, count_only);
         growth == 10 ? void() : tav_collection_set_growth(collection, growth);
-        const auto run = tavtest::run_allocations(0, [&] { // the same pointer, n times
+        const auto run = tavtest::run_allocations(0, [&, n = n] { // the same pointer, n times
             for (int i = 0; i < n && tav_collection_element_attach(collection, &made); ++i) {
             }
         });

@@ -318,7 +318,8 @@ TEST_F(Files, PathsAndDirectories) {
     }
     const int removed = open(empty.c_str(), O_RDONLY | O_DIRECTORY);
     fds.push_back(removed), rmdir(empty.c_str());
-    for (const auto &[path, want] : {std::pair{"dir/file", "dir"}, {"a/b/c", "a/b"}, {"file", "file"}, {"/x", ""}, {"/", ""}, {"//x", "/"}, {"a/", "a"}, {"", ""}, {"./a//b/../c", "./a//b/.."}}) {
+    for (const auto &[component_of, want] : {std::pair{"dir/file", "dir"}, {"a/b/c", "a/b"}, {"file", "file"}, {"/x", ""}, {"/", ""}, {"//x", "/"}, {"a/", "a"}, {"", ""}, {"./a//b/../c", "./a//b/.."}}) {
+        const char *path = component_of;
         EXPECT_EQ(run(OP(tav_util_get_directory_component(path, &text))), "0 text=" + std::string(want) + " []");
     }
     check({

@@ -80,7 +80,7 @@ TEST(Strbuf, FailedAppendsReportAndKeepTheOldBlock) {
         b->capacity = b->text ? capacity : 0;
         tavtest::clear_reports();
         int32_t appended = 0;
-        const auto run = tavtest::run_allocations(nth, [&] {
+        const auto run = tavtest::run_allocations(nth, [&, minus_one = minus_one] {
             tavtest::VsnprintfInjection inject({minus_one ? EOVERFLOW : 0, -2, "%s"});
             appended = tav_util_strbuf_append_f(b.get(), "%s", "0123456789ABCDEF");
         });
@@ -118,7 +118,9 @@ void dump_by_pieces(tav_util_strbuf *r, const char *prefix, const void *data, in
                                                                      : " ");
         tav_util_strbuf_append_f(r, "%02X", bytes[i]);
     }
-    i > 0 && (row((i - 1) % 16 + 1), true);
+    if (i > 0) {
+        row((i - 1) % 16 + 1);
+    }
     length != 0 && tav_util_strbuf_append_f(r, "\n");
 }
 
@@ -236,7 +238,8 @@ TEST(Strbuf, Substitute) {
     for (const auto &[capacity, format, argument] :
          {Case{8, "[replaced]", nullptr}, Case{64, "%s!", "twelve chars"},
           Case{8, "%c-", nullptr}}) {
-        const auto outcome = [&](long nth, Substitute substitute) {
+        const auto outcome = [&, capacity = capacity, format = format,
+                              argument = argument](long nth, Substitute substitute) {
             Buffer b = make(capacity, many.c_str());
             const char *old_block = b->text;
             int32_t delta = 0;
