@@ -132,6 +132,7 @@ TEST(ProcStat, CraftedLines) {
         {line({{2, "()"}}), record({{2, ""}})},
         {line({{2, "(name"}}), record({{2, "(name"}})}, // without both, a token like any other
         {line({{2, "name"}}), record({})},
+        {line({{2, "name)"}, {3, "S)"}}), record({{2, "name)"}})}, // not opened: ends at its blank
     };
     // clang-format on
     const std::string file = testing::TempDir() + "crafted_stat";

@@ -116,7 +116,7 @@ TEST_F(StringOps, HexTextMatchesSscanfAndSnprintf) {
     }
     for (size_t bad = 0; bad <= digits.size(); ++bad) {
         std::string text = digits;
-        bad < text.size() && (text[bad] = bad % 2 != 0 ? 'g' : ' ');
+        bad < text.size() && (text[bad] = bad % 3 == 1 ? ' ' : 'g');
         for (uint64_t length = 0; length <= text.size(); ++length) {
             texts.emplace_back(text, length);
         }
