@@ -112,7 +112,6 @@ class Files : public ::testing::Test {
         tavtest::clear_reports();
         long status = 0;
         std::string out, error, bytes = "null";
-        plan.marks = true;
         tavtest::SyscallInjection inject(std::move(plan));
         last = tavtest::run_allocations(fail_at,
                                         [&] { status = op(), error = std::to_string(errno); });
@@ -187,8 +186,8 @@ TEST_F(Files, DescriptorsAndPaths) {
     struct stat st = {};
     mkdir(D, 0700), symlink("none", dangling.c_str()), stat(D, &st);
     check({
-        {OP(tav_util_open(&fd, &slot, O_WRONLY | O_CREAT | O_EXCL, 0640, "%s/%c", d, 'n')), {.open_modes = true}, 0, "0 slot=0 fd=open [open @/n 301 640]"},
-        {OP(tav_util_open(&fd, &slot, O_RDONLY, 0, "%s/none", d)), {.open_modes = true}, 0, "6 slot=2 fd=-1 [open @/none 0 0] T open P 6;"},
+        {OP(tav_util_open(&fd, &slot, O_WRONLY | O_CREAT | O_EXCL, 0640, "%s/%c", d, 'n')), {}, 0, "0 slot=0 fd=open [open @/n 301 640]"},
+        {OP(tav_util_open(&fd, &slot, O_RDONLY, 0, "%s/none", d)), {}, 0, "6 slot=2 fd=-1 [open @/none 0] T open P 6;"},
         {OP(tav_util_open(nullptr, &slot, 0, 0, "x") + tav_util_open(&fd, &slot, 0, 0, nullptr)), {}, 0, "6 [] T open P 3; T open P 3;"},
         {OP(tav_util_open(&fd, &slot, 0, 0, "/")), {}, 1, "2 [] T vasprintf V 2;"},
         {OP(tav_util_whole_read(in, buf, 0) + tav_util_whole_write(out, buf, 0, &slot)), {}, 0, "0 []"},
@@ -263,8 +262,8 @@ TEST_F(Files, NamedFilesAndSync) {
         {OP(tav_util_read_named_file(fx.c_str(), &data, &size, nullptr)), {}, 0, "6 [open @/pidx 0] T get_file_size P 6; T read_named_file C 6;"},
         {OP(tav_util_read_named_file(F, &data, &size, nullptr)), {}, 1, "6 size=4 [" + size_of + "] T read_named_file C 6;"},
         {OP(tav_util_read_named_file(F, &data, &size, nullptr)), {}, 2, "2 size=4 data=null [" + size_of + "; fclose] T read_named_file C 2;"},
-        {OP(tav_util_read_named_file(F, &data, &size, nullptr)), {.before_fopen = [&] { truncate(F, 2); }}, 0, "6 size=4 data=null [" + size_of + "; fclose] T read_named_file C 6;"},
-        {OP(tav_util_read_named_file(F, &data, &size, nullptr)), {.before_fopen = [&] { unlink(F); }}, 0, "6 size=2 [" + size_of + "] T read_named_file C 6;"},
+        {OP(tav_util_read_named_file(F, &data, &size, nullptr)), {.on_fopen = [&](const char *p) { return truncate(F, 2), p; }}, 0, "6 size=4 data=null [" + size_of + "; fclose] T read_named_file C 6;"},
+        {OP(tav_util_read_named_file(F, &data, &size, nullptr)), {.on_fopen = [&](const char *p) { return unlink(F), p; }}, 0, "6 size=2 [" + size_of + "] T read_named_file C 6;"},
         {OP(tav_util_read_named_file(nullptr, &data, &size, nullptr) + tav_util_read_named_file(F, nullptr, &size, nullptr) + tav_util_read_named_file(F, &data, nullptr, nullptr)), {}, 0, "9 [] T read_named_file C 3; T read_named_file C 3; T read_named_file C 3;"},
         {OP(tav_util_write_named_file(W, 1, "data", 4, nullptr)), {}, 0, "0 [fopen @/w wb; " + durable},
         {OP(tav_util_write_named_file(W, 0, "+", 1, nullptr)), {}, 0, "0 [fopen @/w ab; " + durable},
