@@ -74,46 +74,43 @@ TEST(ProcStat, MatchesTheKernel) {
     EXPECT_EQ(parsed(0).rfind("0 " + std::to_string(getpid()) + " (" + comm + ") R ", 0), 0u);
 }
 
-// Crafted lines read in place of /proc/self/stat, tokens 4 to 42 holding
-// their own numbers: most read back as they were written.
-TEST(ProcStat, CraftedLines) {
+// Lines read in place of /proc/self/stat: crafted ones, tokens 4 to 42 holding
+// their own numbers (most read back as written), and a directory, whose read
+// fails. Failures leave a zeroed record.
+TEST(ProcStat, CraftedLinesAndFailures) {
+    char file[] = "/tmp/tavstat.XXXXXX", *target = file;
+    close(mkstemp(file));
     const std::string all = numbers(4), ok = "0 7 (name) S" + all, n70(70, 'n');
     const std::string n = std::to_string(("7 (name) S" + numbers(4, 41)).size() + 2);
-    // clang-format off
-    const std::pair<std::string, std::string> rows[] = {
-        {"7 (name) S" + all + "\n", ok}, {"7 (name) S" + all, ok}, {"7 (name) S" + all + " 43 44\n", ok},
-        {"7 (name) S" + numbers(4, 41) + "\n", "6 7 (name) S" + numbers(4, 41) + " 0|log tav_util_proc_stat Parsing logic failed, j=" + n + ", len=" + n + "\n" + kTrace + "6"},
-        {"7 (name) S  4" + numbers(5) + "\n", "0 7 (name) S 0 4" + numbers(5, 41)},
-        {"7 (name) S x" + numbers(5), "0 7 (name) S 0" + numbers(5)},
-        {"7 ((a) b) c)) S" + all, "0 7 ((a) b) c)) S" + all},
-        {"7 (" + n70 + ") S" + all, "0 7 (" + n70.substr(7) + ") S" + all},
-        {"7 () S" + all, "0 7 () S" + all}, {"7 (name S" + all, "0 7 ((name) S" + all}, {"7 name S" + all, ok},
-    };
-    // clang-format on
-    char file[] = "/tmp/tavstat.XXXXXX";
-    close(mkstemp(file));
-    tavtest::SyscallInjection redirect({.on_fopen = [&](const char *path) {
-        return std::strcmp(path, "/proc/self/stat") == 0 ? file : path;
-    }});
-    for (const auto &[text, expected] : rows) {
-        std::ofstream(file) << text;
-        EXPECT_EQ(parsed(0), expected) << text;
-    }
-    unlink(file);
-}
-
-// Open and read failures leave a zeroed record; allocations failing in turn
-// fail the open (the stream's), then the read (getline's), leaving nothing.
-TEST(ProcStat, Failures) {
     std::string zeros;
     while (zeros.size() < 39 * 2) {
         zeros += " 0";
     }
-    EXPECT_EQ(parsed(-1), "32 0 () -" + zeros + kTrace + "32");
-    {
-        tavtest::SyscallInjection redirect({.on_fopen = [](const char *) { return "/"; }});
-        EXPECT_EQ(parsed(0), "9 0 () -" + zeros + kGetline + "Is a directory" + kTrace + "9");
+    // clang-format off
+    const std::tuple<int, char *, std::string, std::string> rows[] = {
+        {0, file, "7 (name) S" + all + "\n", ok}, {0, file, "7 (name) S" + all, ok}, {0, file, "7 (name) S" + all + " 43 44\n", ok},
+        {0, file, "7 (name) S" + numbers(4, 41) + "\n", "6 7 (name) S" + numbers(4, 41) + " 0|log tav_util_proc_stat Parsing logic failed, j=" + n + ", len=" + n + "\n" + kTrace + "6"},
+        {0, file, "7 (name) S  4" + numbers(5) + "\n", "0 7 (name) S 0 4" + numbers(5, 41)},
+        {0, file, "7 (name) S x" + numbers(5), "0 7 (name) S 0" + numbers(5)},
+        {0, file, "7 ((a) b) c)) S" + all, "0 7 ((a) b) c)) S" + all},
+        {0, file, "7 (" + n70 + ") S" + all, "0 7 (" + n70.substr(7) + ") S" + all},
+        {0, file, "7 () S" + all, "0 7 () S" + all}, {0, file, "7 (name S" + all, "0 7 ((name) S" + all}, {0, file, "7 name S" + all, ok},
+        {-1, file, "", "32 0 () -" + zeros + kTrace + "32"}, {0, (char *)"/", "", "9 0 () -" + zeros + kGetline + "Is a directory" + kTrace + "9"},
+    };
+    // clang-format on
+    tavtest::SyscallInjection redirect({.on_fopen = [&](const char *path) {
+        return std::strcmp(path, "/proc/self/stat") == 0 ? target : path;
+    }});
+    for (const auto &[pid, from, text, expected] : rows) {
+        std::ofstream(target = from) << text;
+        EXPECT_EQ(parsed(pid), expected) << text;
     }
+    unlink(file);
+}
+
+// Allocations failing in turn fail the open (the stream's), then the read
+// (getline's), leaving nothing.
+TEST(ProcStat, NullAndAllocationFailures) {
     tavtest::clear_reports();
     const tav_status null_record = tav_util_proc_stat(nullptr, 0);
     EXPECT_EQ(std::to_string(null_record) + tavtest::reported(),

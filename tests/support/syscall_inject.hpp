@@ -22,12 +22,10 @@ struct SyscallPlan {
 };
 
 // Applies the plan and records while it exists.
-class SyscallInjection {
-  public:
+struct SyscallInjection {
     explicit SyscallInjection(SyscallPlan plan = {});
     ~SyscallInjection();
     SyscallInjection(const SyscallInjection &) = delete;
-    SyscallInjection &operator=(const SyscallInjection &) = delete;
     const std::vector<std::string> &calls() const;
 };
 
