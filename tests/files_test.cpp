@@ -137,6 +137,16 @@ class Files : public ::testing::Test {
         return replaced(replaced(out, dir, "@"), "/proc/" + std::to_string(getpid()) + "/",
                         "/proc/self/");
     }
+    // Each allocation of `op` failing in turn, until a run needs no more: the
+    // outcomes, each once.
+    std::string sweep(const std::function<long()> &op) {
+        std::string outcomes;
+        for (long nth = 1; nth == 1 || last.injected; ++nth) {
+            const std::string seen = run(op, {}, nth) + "\n";
+            outcomes += last.injected && !outcomes.ends_with(seen) ? seen : "";
+        }
+        return outcomes;
+    }
     void check(const std::vector<Row> &rows) {
         for (const auto &[op, plan, fail_at, want] : rows) {
             EXPECT_EQ(run(op, plan, fail_at), want) << &want - &std::get<3>(rows[0]);
@@ -327,15 +337,11 @@ TEST_F(Files, PathsAndDirectories) {
     EXPECT_EQ(std::vector<size_t>(last.sizes.end() - 7, last.sizes.end()), (std::vector<size_t>{2, 4, 3, 6, 5, 6, 4}));
     // clang-format on
     tav_util_dirscan_end(nullptr);
-    std::string outcomes;
-    for (long nth = 1; nth == 1 || last.injected; ++nth) {
-        const std::string seen = run(OP(scan(sorted)), {}, nth) + "\n";
-        outcomes += last.injected && !outcomes.ends_with(seen) ? seen : "";
-    }
-    EXPECT_EQ(outcomes, "-9 [] L dirscan_begin Failed to allocate memory;\n-9 [] L dirscan_begin "
-                        "X: Failed to scan directory @/s ~ Cannot allocate memory;\n"
-                        "6 [] log tav_dirscan_file_name Failed to allocate memory; " +
-                            end + "\n");
+    EXPECT_EQ(sweep(OP(scan(sorted))),
+              "-9 [] L dirscan_begin Failed to allocate memory;\n-9 [] L dirscan_begin "
+              "X: Failed to scan directory @/s ~ Cannot allocate memory;\n"
+              "6 [] log tav_dirscan_file_name Failed to allocate memory; " +
+                  end + "\n");
 }
 
 TEST_F(Files, OutputCwdAndNobody) {
@@ -413,7 +419,7 @@ TEST_F(Files, PidFileClaims) {
     const std::string held = "52 pid=" + m + " file=" + m + " 600 T claim_pid_file F 52;", stale = "0 file=" + m + " 600", claim_failed = " T claim_pid_file F 6;";
     const std::string refused = " L claim_pid_file F: Failed to lock PID file @/app.pid ~ Resource temporarily unavailable;" + claim_failed;
     const std::string reread = " 600 [open @/app.pid 302 664; open @/app.pid 2; open @/app.pid 0; fstat; close @/app.pid; fopen @/app.pid rb; fclose; open /proc/0/cmdline 0; fopen @/app.pid w; fflush; fclose";
-    const std::string failed = " written pid file @/app.pid ~ Input/output error;", to_claim = "|trace tav_util_claim_pid_file src/process/pid_file_linux.cpp ";
+    const std::string failed = " written pid file @/app.pid ~ Input/output error;";
     const std::tuple<std::optional<std::string>, std::string, std::string> rows[] = {
         {{}, "p", fresh}, {{}, p101, fresh}, // the name is not measured on this path
         {"", p101, stale}, {std::to_string(ended), "p", stale}, {m, argv0.substr(0, 4), held}, {m, "", held},
@@ -446,7 +452,7 @@ TEST_F(Files, PidFileClaims) {
     };
     racer.reserve(1000); // assigned during a counted run
     EXPECT_EQ(claim({}, "p", {.on_fopen = race}), fresh);
-    EXPECT_EQ(racer, "|log tav_util_claim_pid_file src/process/pid_file_linux.cpp: Failed to lock PID file " + dir + "/app.pid  Reason: Resource temporarily unavailable" + to_claim + "6");
+    EXPECT_EQ(racer, "|log tav_util_claim_pid_file src/process/pid_file_linux.cpp: Failed to lock PID file " + dir + "/app.pid  Reason: Resource temporarily unavailable|trace tav_util_claim_pid_file src/process/pid_file_linux.cpp 6");
     show_calls = true;
     EXPECT_EQ(claim({}, "p"), fresh + " [open @/app.pid 302 664; fopen @/app.pid w; fflush; fclose; close @/app.pid]");
     EXPECT_EQ(claim("0", "p"), "0 file=" + m + reread + "; close @/app.pid]");
@@ -465,14 +471,13 @@ TEST_F(Files, PidFileClaims) {
         return seen + claim({}, "p", {}, "new");
     }), "6 file=1 644 L claim_pid_file F: Failed to open pid file @/app.pid ~ Permission denied;" + claim_failed + "\n39 T claim_pid_file F 39;\n6 file= 444 log write_pid_file F: Failed to open pid file @/new ~ Permission denied; trace write_pid_file F 6;");
     // Each allocation of a claim on a live holder's file failing in turn: the reader's stream and block, the path, the command line's block.
-    std::string seen;
-    auto claim_live = [&] { tavtest::clear_reports(), tav_util_claim_pid_file(watched.c_str(), argv0.c_str(), &pid); };
-    claim({m}, "x"), claim_live(); // libc's one-time set-up allocates outside the counted runs
-    tavtest::for_each_allocation_failure(claim_live, [&](long, const tavtest::AllocRun &run) {
-        seen += "\n" + std::to_string(run.sizes.back()) + " " + std::to_string(run.live_blocks) + tavtest::reported();
-    });
-    const std::string read = "|trace tav_util_read_named_file src/file/common.cpp ", map = "|trace map_pid_to_exe src/process/pid_file_linux.cpp 2";
-    EXPECT_EQ(seen, "\n472 0" + read + "6" + to_claim + "6\n" + std::to_string(m.size() + 1) + " 0" + read + "2" + to_claim + "2\n" + std::to_string(m.size() + 15) + " 0|trace tav_util_vasprintf src/string/vasprintf.cpp 2" + map + map + to_claim + "2\n" + std::to_string(argv0.size() + 2) + " 0" + map + to_claim + "2");
+    const std::string live = dir + "/app.pid";
+    claim({m}, argv0), watched.clear(); // libc's one-time set-up allocates outside the counted runs
+    EXPECT_EQ(sweep(OP(tav_util_claim_pid_file(live.c_str(), argv0.c_str(), &pid))),
+              "6 T read_named_file C 6; T claim_pid_file F 6;\n2 T read_named_file C 2; T claim_pid_file F 2;\n"
+              "2 T vasprintf V 2; trace map_pid_to_exe F 2; trace map_pid_to_exe F 2; T claim_pid_file F 2;\n2 trace map_pid_to_exe F 2; T claim_pid_file F 2;\n");
+    const std::vector<size_t> sizes(last.sizes.end() - 3, last.sizes.end()); // content, path, command line
+    EXPECT_EQ(sizes, (std::vector<size_t>{m.size() + 1, m.size() + 15, argv0.size() + 2}));
     // clang-format on
 }
 

@@ -78,7 +78,8 @@ TEST(ProcStat, MatchesTheKernel) {
 // their own numbers (most read back as written), and a directory, whose read
 // fails. Failures leave a zeroed record.
 TEST(ProcStat, CraftedLinesAndFailures) {
-    char file[] = "/tmp/tavstat.XXXXXX", *target = file;
+    char file[] = "/tmp/tavstat.XXXXXX";
+    const char *target = file;
     close(mkstemp(file));
     const std::string all = numbers(4), ok = "0 7 (name) S" + all, n70(70, 'n');
     const std::string n = std::to_string(("7 (name) S" + numbers(4, 41)).size() + 2);
@@ -87,7 +88,7 @@ TEST(ProcStat, CraftedLinesAndFailures) {
         zeros += " 0";
     }
     // clang-format off
-    const std::tuple<int, char *, std::string, std::string> rows[] = {
+    const std::tuple<int, const char *, std::string, std::string> rows[] = {
         {0, file, "7 (name) S" + all + "\n", ok}, {0, file, "7 (name) S" + all, ok}, {0, file, "7 (name) S" + all + " 43 44\n", ok},
         {0, file, "7 (name) S" + numbers(4, 41) + "\n", "6 7 (name) S" + numbers(4, 41) + " 0|log tav_util_proc_stat Parsing logic failed, j=" + n + ", len=" + n + "\n" + kTrace + "6"},
         {0, file, "7 (name) S  4" + numbers(5) + "\n", "0 7 (name) S 0 4" + numbers(5, 41)},
@@ -95,7 +96,7 @@ TEST(ProcStat, CraftedLinesAndFailures) {
         {0, file, "7 ((a) b) c)) S" + all, "0 7 ((a) b) c)) S" + all},
         {0, file, "7 (" + n70 + ") S" + all, "0 7 (" + n70.substr(7) + ") S" + all},
         {0, file, "7 () S" + all, "0 7 () S" + all}, {0, file, "7 (name S" + all, "0 7 ((name) S" + all}, {0, file, "7 name S" + all, ok},
-        {-1, file, "", "32 0 () -" + zeros + kTrace + "32"}, {0, (char *)"/", "", "9 0 () -" + zeros + kGetline + "Is a directory" + kTrace + "9"},
+        {-1, file, "", "32 0 () -" + zeros + kTrace + "32"}, {0, "/", "", "9 0 () -" + zeros + kGetline + "Is a directory" + kTrace + "9"},
     };
     // clang-format on
     tavtest::SyscallInjection redirect({.on_fopen = [&](const char *path) {
