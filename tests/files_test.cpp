@@ -356,15 +356,12 @@ TEST_F(Files, OutputCwdAndNobody) {
     chown(mine.c_str(), 65534, 65534), chmod(dir.c_str(), 0777);
     const char *L = lf.c_str(), *d = dir.c_str();
     const std::string rw = mine + "/rw", ro = mine + "/ro";
-    EXPECT_EQ(tavtest::in_child([&] {
-                  dup2(open(out.c_str(), O_WRONLY), 1);
-                  const long printed = tav_util_printf_bytes(bytes, 256) +
-                                       tav_util_fprintf_bytes(stdout, bytes, 0) + fflush(stdout);
-                  return std::to_string(printed) + slurp(out);
-              }),
-              "0" + hex);
     const std::string child = tavtest::in_child([&] {
-        std::string seen = (chdir(d), run(OP(tav_util_sync_file("bare"))));
+        dup2(open(out.c_str(), O_WRONLY), 1);
+        const long printed = tav_util_printf_bytes(bytes, 256) +
+                             tav_util_fprintf_bytes(stdout, bytes, 0) + fflush(stdout);
+        std::string seen = std::to_string(printed) + slurp(out) + "\n" +
+                           (chdir(d), run(OP(tav_util_sync_file("bare"))));
         if (umask(0), !tavtest::drop_to_nobody()) {
             return std::string();
         }
@@ -385,7 +382,7 @@ TEST_F(Files, OutputCwdAndNobody) {
         return seen;
     });
     // clang-format off
-    EXPECT_EQ(child, "0 [open bare 2; open bare 0; fsync @/bare x2; close @/bare x2]\n0 []\n0 [] T dirscan X 37; T dirscan X 37;\n448 320 -1 13\n"
+    EXPECT_EQ(child, "0" + hex + "\n0 [open bare 2; open bare 0; fsync @/bare x2; close @/bare x2]\n0 []\n0 [] T dirscan X 37; T dirscan X 37;\n448 320 -1 13\n"
                      "6 slot=13 fd=-1 [open @/locked/f 0] T open P 6;\n6 [] T query_file_exists P 6;\n6 [open @/locked/f 0] T get_file_size P 6;\n"
                      "6 [open @/locked/f 2] L sync_file S: Failed to open file @/locked/f ~ Permission denied; T sync_file S 6;\n"
                      "0 exists=0 [] L query_dir_exists X: Error checking directory @/locked existence ~ Permission denied;\n"
