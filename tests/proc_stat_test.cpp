@@ -1,75 +1,56 @@
-// The status record: real lines of this process and of a stopped child, cut
-// up independently; crafted lines for the edges; the thread id.
+// The status record against the kernel's own line, crafted lines, failures
+// and the thread id.
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
 
 #include "alloc_inject.hpp"
+#include "host_inject.hpp"
 #include "internal/proc_stat.hpp"
 #include "recorder.hpp"
 #include "syscall_inject.hpp"
 
 namespace {
 
-using Lines = std::vector<std::string>;
-const std::string kTrace = "trace tav_util_proc_stat src/system/linux.cpp ";
+const std::string kTrace = "|trace tav_util_proc_stat src/system/linux.cpp ";
+const std::string kGetline =
+    "|log tav_util_proc_stat src/system/linux.cpp: getline() failed  Reason: ";
 
-// The record as the kernel prints it, tokens 1 to 42 (16 to 21 signed).
-Lines record_tokens(const tav_proc_stat &r) {
-    auto s = [](auto v) { return std::to_string(v); };
-    auto i = [](uint64_t v) { return std::to_string(static_cast<int64_t>(v)); };
-    // clang-format off
-    return {s(r.pid), r.comm, r.state ? std::string(1, r.state) : "", s(r.ppid), s(r.pgrp),
-        s(r.session), s(r.tty_nr), s(r.tpgid), s(r.flags), s(r.minflt), s(r.cminflt), s(r.majflt),
-        s(r.cmajflt), s(r.utime), s(r.stime), i(r.cutime), i(r.cstime), i(r.priority), i(r.nice),
-        i(r.num_threads), i(r.itrealvalue), s(r.starttime), s(r.vsize), s(r.rss), s(r.rsslim),
-        s(r.startcode), s(r.endcode), s(r.startstack), s(r.kstkesp), s(r.kstkeip), s(r.signal),
-        s(r.blocked), s(r.sigignore), s(r.sigcatch), s(r.wchan), s(r.nswap), s(r.cnswap),
-        s(r.exit_signal), s(r.processor), s(r.rt_priority), s(r.policy), s(r.delayacct_blkio_ticks)};
-    // clang-format on
-}
-
-// The status, the tokens of a record that was dirty before, the reports.
-Lines parsed(int32_t pid) {
+// "status record reports", the record printed back as the kernel prints its
+// line (a zero state as '-'), over a record that was dirty before.
+std::string parsed(int32_t pid) {
     tav_proc_stat r;
     std::memset(&r, 0xAB, sizeof r);
     tavtest::clear_reports();
-    Lines seen{std::to_string(tav_util_proc_stat(&r, pid))};
-    for (const Lines &more : {record_tokens(r), tavtest::report_summary()}) {
-        seen.insert(seen.end(), more.begin(), more.end());
-    }
-    return seen;
+    const tav_status st = tav_util_proc_stat(&r, pid);
+    using L = int64_t;
+    char line[1024];
+    std::snprintf(
+        line, sizeof line,
+        "%d %d (%s) %c %d %d %d %d %d %u %lu %lu %lu %lu %lu %lu %ld %ld %ld %ld %ld %ld %lu "
+        "%lu %ld %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu %d %d %u %u %lu",
+        st, r.pid, r.comm, r.state ? r.state : '-', r.ppid, r.pgrp, r.session, r.tty_nr, r.tpgid,
+        r.flags, r.minflt, r.cminflt, r.majflt, r.cmajflt, r.utime, r.stime, L(r.cutime),
+        L(r.cstime), L(r.priority), L(r.nice), L(r.num_threads), L(r.itrealvalue), r.starttime,
+        r.vsize, r.rss, r.rsslim, r.startcode, r.endcode, r.startstack, r.kstkesp, r.kstkeip,
+        r.signal, r.blocked, r.sigignore, r.sigcatch, r.wchan, r.nswap, r.cnswap, r.exit_signal,
+        r.processor, r.rt_priority, r.policy, r.delayacct_blkio_ticks);
+    return line + tavtest::reported();
 }
 
-// A real line cut by another rule: the name lies between the first '(' and
-// the last ')', the rest splits at blanks.
-Lines kernel_tokens(const std::string &path) {
-    std::string line;
-    std::getline(std::ifstream(path), line);
-    const size_t open = line.find('('), close = line.rfind(')');
-    Lines tokens{"0", line.substr(0, open - 1), line.substr(open + 1, close - open - 1)};
-    std::istringstream rest(line.substr(close + 2));
-    for (std::string token; tokens.size() < 43 && rest >> token;) {
-        tokens.push_back(token);
-    }
-    return tokens;
+std::string numbers(int from, int to = 42) {
+    return from > to ? "" : " " + std::to_string(from) + numbers(from + 1, to);
 }
 
-// This process in its steady tokens; a stopped child, whose line holds still,
-// in all 42: its name has blanks and parentheses, its nice value is negative.
+// A stopped child, whose line holds still, in all 42 tokens: its name has
+// blanks and parentheses, its nice value is negative. Pid 0 is this process.
 TEST(ProcStat, MatchesTheKernel) {
-    const Lines self = parsed(0), kernel = kernel_tokens("/proc/self/stat");
-    for (int token : {1, 2, 3, 4, 5, 6, 7, 8, 18, 19, 20, 21, 22, 25, 26, 27, 28, 38, 40, 41}) {
-        EXPECT_EQ(self[token], kernel[token]) << "token " << token;
-    }
-    EXPECT_EQ(self[1], std::to_string(getpid()));
     const pid_t child = fork();
     if (child == 0) {
         prctl(PR_SET_NAME, "a) b (c");
@@ -78,114 +59,84 @@ TEST(ProcStat, MatchesTheKernel) {
         tavtest::child_exit(0);
     }
     waitpid(child, nullptr, WUNTRACED);
-    const Lines mine = parsed(child),
-                its = kernel_tokens("/proc/" + std::to_string(child) + "/stat");
+    std::string kernel;
+    std::getline(std::ifstream("/proc/" + std::to_string(child) + "/stat"), kernel);
+    for (size_t token = 3, at = kernel.rfind(')') + 1; token <= 42; ++token) {
+        at = kernel.find(' ', at + 1);
+        kernel.resize(token == 42 ? at : kernel.size());
+    }
+    const std::string mine = parsed(child);
     kill(child, SIGKILL), waitpid(child, nullptr, 0);
-    EXPECT_EQ(mine, its);
-    EXPECT_EQ(mine[2] + mine[3] + mine[19], "a) b (cT-5");
-    EXPECT_EQ(parsed(child).back(), kTrace + "32") << "reaped, it names nothing";
+    EXPECT_EQ(mine, "0 " + kernel);
+    EXPECT_EQ(parsed(child).substr(0, 3), "32 ") << "reaped, it names nothing";
+    std::string comm;
+    std::getline(std::ifstream("/proc/self/comm"), comm);
+    EXPECT_EQ(parsed(0).rfind("0 " + std::to_string(getpid()) + " (" + comm + ") R ", 0), 0u);
 }
 
-// Crafted lines in place of /proc/self/stat; tokens 4 to 42 carry their own
-// numbers. Each row gives the changed tokens of the line and of the record.
-TEST(ProcStat, CraftedLines) {
-    using Changes = std::vector<std::pair<int, std::string>>;
-    auto tokens = [](const Changes &changes, const char *status, const char *name) {
-        Lines t{status, "7", name, "S"};
-        for (int token = 4; token <= 42; ++token) {
-            t.push_back(std::to_string(token));
-        }
-        for (const auto &[token, text] : changes) {
-            t[token] = text;
-        }
-        return t;
-    };
-    auto line = [&](const Changes &changes, const std::string &end = "\n") {
-        const Lines t = tokens(changes, "", "(name)");
-        std::string text = t[1];
-        std::for_each(t.begin() + 2, t.end(), [&](const std::string &s) { text += " " + s; });
-        return text + end;
-    };
-    auto record = [&](const Changes &changes) { return tokens(changes, "0", "name"); };
-    const std::string cut = line({}).substr(0, line({}).rfind(' ')) + "\n",
-                      n = std::to_string(cut.size() + 1), n70(70, 'n');
-    Lines shifted = record({{4, "0"}});
-    shifted.insert(shifted.begin() + 5, "4");
-    shifted.pop_back();
-    Lines short_line = record({{0, "6"}, {42, "0"}});
-    short_line.insert(short_line.end(),
-                      {"log tav_util_proc_stat Parsing logic failed, j=" + n + ", len=" + n + "\n",
-                       kTrace + "6"});
+// Lines read in place of /proc/self/stat: crafted ones, tokens 4 to 42 holding
+// their own numbers (most read back as written), and a directory, whose read
+// fails. Failures leave a zeroed record.
+TEST(ProcStat, CraftedLinesAndFailures) {
+    char file[] = "/tmp/tavstat.XXXXXX";
+    const char *target = file;
+    close(mkstemp(file));
+    const std::string all = numbers(4), ok = "0 7 (name) S" + all, n70(70, 'n');
+    const std::string n = std::to_string(("7 (name) S" + numbers(4, 41)).size() + 2);
+    std::string zeros;
+    while (zeros.size() < 39 * 2) {
+        zeros += " 0";
+    }
     // clang-format off
-    const std::pair<std::string, Lines> rows[] = {
-        {line({}), record({})},
-        {line({}, ""), record({})},          // the last token ends at the terminator
-        {line({}, " 43 44\n"), record({})},  // tokens behind the 42nd are ignored
-        {cut, short_line},                   // 41 tokens: those reached are kept
-        {line({{4, " 4"}}), shifted},        // two blanks: an empty token
-        {line({{4, "x"}}), record({{4, "0"}})},
-        {line({{3, "Rx"}}), record({{3, "R"}})},
-        {line({{19, "-1"}, {24, "-1"}}), record({{19, "-1"}, {24, "-1"}})},
-        // The name runs to the last ')': blanks and parentheses in it move nothing.
-        {line({{2, "((a) b) c))"}}), record({{2, "(a) b) c)"}})},
-        {line({{2, "(" + n70 + ")"}}), record({{2, n70.substr(0, 63)}})},
-        {line({{2, "()"}}), record({{2, ""}})},
-        {line({{2, "(name"}}), record({{2, "(name"}})}, // without both, a token like any other
-        {line({{2, "name"}}), record({})},
-        {line({{2, "name)"}, {3, "S)"}}), record({{2, "name)"}})}, // not opened: ends at its blank
+    const std::tuple<int, const char *, std::string, std::string> rows[] = {
+        {0, file, "7 (name) S" + all + "\n", ok}, {0, file, "7 (name) S" + all, ok}, {0, file, "7 (name) S" + all + " 43 44\n", ok},
+        {0, file, "7 (name) S" + numbers(4, 41) + "\n", "6 7 (name) S" + numbers(4, 41) + " 0|log tav_util_proc_stat Parsing logic failed, j=" + n + ", len=" + n + "\n" + kTrace + "6"},
+        {0, file, "7 (name) S  4" + numbers(5) + "\n", "0 7 (name) S 0 4" + numbers(5, 41)},
+        {0, file, "7 (name) S x" + numbers(5), "0 7 (name) S 0" + numbers(5)},
+        {0, file, "7 ((a) b) c)) S" + all, "0 7 ((a) b) c)) S" + all},
+        {0, file, "7 (" + n70 + ") S" + all, "0 7 (" + n70.substr(7) + ") S" + all},
+        {0, file, "7 () S" + all, "0 7 () S" + all}, {0, file, "7 (name S" + all, "0 7 ((name) S" + all}, {0, file, "7 name S" + all, ok},
+        {0, file, "7 name) S)" + all, "0 7 (name)) S" + all}, // not opened: the name ends at its blank
+        {-1, file, "", "32 0 () -" + zeros + kTrace + "32"}, {0, "/", "", "9 0 () -" + zeros + kGetline + "Is a directory" + kTrace + "9"},
     };
     // clang-format on
-    const std::string file = testing::TempDir() + "crafted_stat";
-    tavtest::SyscallInjection redirect({.fopen_from = "/proc/self/stat", .fopen_to = file.c_str()});
-    for (const auto &[text, expected] : rows) {
-        std::ofstream(file) << text;
-        EXPECT_EQ(parsed(0), expected) << text;
+    tavtest::SyscallInjection redirect({.on_fopen = [&](const char *path) {
+        return std::strcmp(path, "/proc/self/stat") == 0 ? target : path;
+    }});
+    for (const auto &[pid, from, text, expected] : rows) {
+        std::ofstream(target = from) << text;
+        EXPECT_EQ(parsed(pid), expected) << text;
     }
+    unlink(file);
 }
 
-// Open and read failures leave a zeroed record; allocations failing in turn
-// fail the open (the stream's), then the read (getline's), leaving nothing.
-TEST(ProcStat, Failures) {
-    Lines zero = record_tokens(tav_proc_stat{});
-    zero.insert(zero.begin(), "32");
-    zero.push_back(kTrace + "32");
-    EXPECT_EQ(parsed(-1), zero);
-    {
-        // A directory opens as a stream, and its read fails.
-        tavtest::SyscallInjection redirect({.fopen_from = "/proc/self/stat", .fopen_to = "/"});
-        zero[0] = "9";
-        zero.back() =
-            "log tav_util_proc_stat src/system/linux.cpp: getline() failed  Reason: Is a directory";
-        zero.push_back(kTrace + "9");
-        EXPECT_EQ(parsed(0), zero);
-    }
+// Allocations failing in turn fail the open (the stream's), then the read
+// (getline's), leaving nothing.
+TEST(ProcStat, NullAndAllocationFailures) {
     tavtest::clear_reports();
-    EXPECT_EQ(tav_util_proc_stat(nullptr, 0), TAV_ERR_NULL_ARG);
-    EXPECT_EQ(tavtest::report_summary(),
-              (Lines{"log tav_util_proc_stat ret_proc_stat is NULL", kTrace + "3"}));
-    Lines seen;
+    const tav_status null_record = tav_util_proc_stat(nullptr, 0);
+    EXPECT_EQ(std::to_string(null_record) + tavtest::reported(),
+              "3|log tav_util_proc_stat ret_proc_stat is NULL" + kTrace + "3");
+    std::string seen;
     tav_proc_stat r;
     auto call = [&] { tavtest::clear_reports(), tav_util_proc_stat(&r, 0); };
     call(); // libc's one-time set-up allocates outside the counted runs
     tavtest::for_each_allocation_failure(call, [&](long, const tavtest::AllocRun &run) {
-        EXPECT_EQ(run.live_blocks, 0);
-        seen.push_back(tavtest::report_summary().empty() ? "" : tavtest::report_summary()[0]);
+        seen += std::to_string(run.live_blocks) + tavtest::reported() + "\n";
     });
-    EXPECT_EQ(seen.front(), kTrace + "32");
-    EXPECT_EQ(seen.back(), "log tav_util_proc_stat src/system/linux.cpp: getline() failed  Reason: "
-                           "Cannot allocate memory");
+    EXPECT_EQ(seen.substr(0, seen.find('\n')), "0" + kTrace + "32");
+    EXPECT_EQ(seen.substr(seen.rfind('\n', seen.size() - 2) + 1),
+              "0" + kGetline + "Cannot allocate memory" + kTrace + "9\n");
 }
 
 TEST(ProcStat, ThreadIdIsTheKernels) {
-    auto kernels = [] { // "<pid>/task/<tid>"
-        char target[64] = {};
-        readlink("/proc/thread-self", target, sizeof target - 1);
-        return std::atoll(std::strrchr(target, '/') + 1);
-    };
+    int64_t other = 0;
+    char target[64] = {};
+    std::thread([&] {
+        other = tav_util_tid(), readlink("/proc/thread-self", target, sizeof target - 1);
+    }).join();
     EXPECT_EQ(tav_util_tid(), getpid());
-    int64_t other = 0, expected = 0;
-    std::thread([&] { other = tav_util_tid(), expected = kernels(); }).join();
-    EXPECT_EQ(other, expected);
+    EXPECT_EQ(std::to_string(other), std::strrchr(target, '/') + 1);
     EXPECT_NE(other, getpid());
 }
 

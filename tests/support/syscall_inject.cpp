@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -19,7 +18,7 @@ tavtest::SyscallPlan plan;
 bool active = false;
 std::vector<std::string> log;
 size_t done[2] = {};
-int fail_count = 0;
+int failures = 0;
 
 template <typename Fn> Fn libc(Fn, const char *name) {
     return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
@@ -49,11 +48,11 @@ bool recorded(const char *format, ...) {
     std::vsnprintf(text, sizeof text, format, args);
     va_end(args);
     tavtest::AllocPause pause;
-    const size_t reports = plan.marks ? tavtest::reports().size() : 0;
+    const size_t reports = tavtest::reports().size();
     log.emplace_back(text + (reports ? " ^" + std::to_string(reports) : ""));
     const bool fails = plan.fail &&
                        (log.back() + " ").rfind(plan.fail + std::string(" "), 0) == 0 &&
-                       ++fail_count == plan.fail_nth;
+                       ++failures == plan.fail_nth;
     errno = fails ? plan.error : errno;
     return fails;
 }
@@ -76,11 +75,11 @@ extern "C" {
 int open(const char *path, int flags, ...) {
     va_list args;
     va_start(args, flags);
-    const auto mode = va_arg(args, unsigned); // the library always passes one
+    const unsigned mode = flags & O_CREAT ? va_arg(args, unsigned) : 0;
     va_end(args);
-    return recorded(plan.open_modes ? "open %s %o %o" : "open %s %o", path, flags, mode)
-               ? -1
-               : real_open(path, flags, mode);
+    const bool fails = flags & O_CREAT ? recorded("open %s %o %o", path, flags, mode)
+                                       : recorded("open %s %o", path, flags);
+    return fails ? -1 : real_open(path, flags, mode);
 }
 ssize_t read(int fd, void *buf, size_t count) {
     return transfer(0, count, [&](size_t n) { return real_read(fd, buf, n); });
@@ -97,11 +96,7 @@ int close(int fd) { return recorded("close %s", path_of(fd)) ? -1 : real_close(f
 int fflush(FILE *stream) { return recorded("fflush") ? EOF : real_fflush(stream); }
 FILE *fopen(const char *path, const char *mode) {
     recorded("fopen %s %s", path, mode);
-    if (active && plan.before_fopen) {
-        plan.before_fopen();
-    }
-    const bool redirect = active && plan.fopen_from && std::strcmp(path, plan.fopen_from) == 0;
-    return real_fopen(redirect ? plan.fopen_to : path, mode);
+    return real_fopen(active && plan.on_fopen ? plan.on_fopen(path) : path, mode);
 }
 int fclose(FILE *stream) {
     const bool fails = recorded("fclose");
@@ -117,7 +112,7 @@ namespace tavtest {
 SyscallInjection::SyscallInjection(SyscallPlan p) {
     plan = std::move(p);
     log.clear();
-    done[0] = done[1] = fail_count = 0;
+    done[0] = done[1] = failures = 0;
     active = true;
 }
 SyscallInjection::~SyscallInjection() { active = false; }

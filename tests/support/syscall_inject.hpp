@@ -1,6 +1,7 @@
 // Records the file calls the library makes and scripts their results. Entries:
-// "open PATH FLAGS[ MODE]" (octal), "read N", "write N", "lseek OFFSET WHENCE",
-// "fstat", "fopen PATH MODE", "fsync PATH", "close PATH", "fflush", "fclose".
+// "open PATH FLAGS[ MODE]" (octal, the mode with O_CREAT), "read N", "write N",
+// "lseek OFFSET WHENCE", "fstat", "fopen PATH MODE", "fsync PATH", "close PATH",
+// "fflush", "fclose"; a call made after N > 0 reports ends in " ^N".
 #pragma once
 
 #include <functional>
@@ -15,20 +16,16 @@ struct SyscallPlan {
     std::vector<long> reads = {}, writes = {};
     const char *fail = nullptr; // the `fail_nth` call so named fails (fclose still closes)
     int fail_nth = 1;
-    int error = 5;           // EIO
-    bool open_modes = false; // record the mode each open receives too
-    bool marks = false;      // a call made after N > 0 reports ends in " ^N"
-    std::function<void()> before_fopen = {};
-    const char *fopen_from = nullptr, *fopen_to = nullptr; // fopen of one opens the other
+    int error = 5; // EIO
+    // Runs at each fopen and names the file it opens instead.
+    std::function<const char *(const char *path)> on_fopen = {};
 };
 
 // Applies the plan and records while it exists.
-class SyscallInjection {
-  public:
+struct SyscallInjection {
     explicit SyscallInjection(SyscallPlan plan = {});
     ~SyscallInjection();
     SyscallInjection(const SyscallInjection &) = delete;
-    SyscallInjection &operator=(const SyscallInjection &) = delete;
     const std::vector<std::string> &calls() const;
 };
 
