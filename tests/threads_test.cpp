@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
@@ -112,7 +113,7 @@ TEST(Threads, IndependentRecordsAgreeWithOneThread) {
         threads[t].join();
         EXPECT_EQ(differing[t], "") << "thread " << t;
     }
-    std::system(("rm -rf " + std::string(dir)).c_str());
+    std::filesystem::remove_all(dir);
 }
 
 } // namespace

@@ -154,6 +154,21 @@ static void write_wrapped(const char *text, uint64_t length, uint64_t width) {
     }
 }
 
+/* The end of a conversion: its result written (in lines of `width`
+ * characters, or raw when `width` is 0) when it succeeded, both blocks
+ * freed, and the exit status. */
+static int converted(tav_status st, uint8_t *input, void *result, uint64_t length, uint64_t width) {
+    length = st == TAV_OK ? length : 0;
+    if (width != 0) {
+        write_wrapped(result, length, width);
+    } else {
+        fwrite(result, 1, length, stdout);
+    }
+    free(result);
+    free(input);
+    return st == TAV_OK ? OK : fail("conversion", st, 0, NULL);
+}
+
 /* ---- subcommands ---- */
 
 static int base64_cmd(int count, char **args) {
@@ -163,20 +178,14 @@ static int base64_cmd(int count, char **args) {
         return FAILURE;
     }
     uint64_t out_size = 0;
-    tav_status st;
     if (opt.decode) {
         uint8_t *bytes = NULL;
-        st = tav_util_base64_decode((const char *)data, size, &bytes, &out_size);
-        fwrite(bytes, 1, out_size * (st == TAV_OK), stdout);
-        free(bytes);
-    } else {
-        char *text = NULL;
-        st = tav_util_base64_encode(data, size, &text, &out_size);
-        write_wrapped(text, out_size * (st == TAV_OK), 76);
-        free(text);
+        tav_status st = tav_util_base64_decode((const char *)data, size, &bytes, &out_size);
+        return converted(st, data, bytes, out_size, 0);
     }
-    free(data);
-    return st == TAV_OK ? OK : fail("conversion", st, 0, NULL);
+    char *text = NULL;
+    tav_status st = tav_util_base64_encode(data, size, &text, &out_size);
+    return converted(st, data, text, out_size, 76);
 }
 
 static int hex_cmd(int count, char **args) {
@@ -186,7 +195,6 @@ static int hex_cmd(int count, char **args) {
     if (read_input(name, &data, &size) != OK) {
         return FAILURE;
     }
-    tav_status st;
     if (opt.decode) {
         /* The converter reads pairs without complaint; line ends and blanks
          * go, anything else that is no hex digit is refused here. */
@@ -202,17 +210,12 @@ static int hex_cmd(int count, char **args) {
             return fail(name, TAV_ERR_BAD_ARG, 0, "not hex text");
         }
         uint8_t *bytes = NULL;
-        st = tav_util_sscanf_bytes((char *)data, digits, &bytes);
-        fwrite(bytes, 1, (digits / 2) * (st == TAV_OK), stdout);
-        free(bytes);
-    } else {
-        char *text = NULL;
-        st = tav_util_sprintf_bytes(data, size, &text);
-        write_wrapped(text, 2 * size * (st == TAV_OK), 60);
-        free(text);
+        tav_status st = tav_util_sscanf_bytes((char *)data, digits, &bytes);
+        return converted(st, data, bytes, digits / 2, 0);
     }
-    free(data);
-    return st == TAV_OK ? OK : fail("conversion", st, 0, NULL);
+    char *text = NULL;
+    tav_status st = tav_util_sprintf_bytes(data, size, &text);
+    return converted(st, data, text, 2 * size, 60);
 }
 
 static int hexdump_cmd(int count, char **args) {
