@@ -1,9 +1,6 @@
-// Allocation-failure injector for the test programs.
-//
-// The test programs define malloc, calloc, realloc and free themselves, so
-// every allocation the library makes, and those libc makes inside strdup,
-// fopen, scandir and the like, pass through here. A run can make its nth
-// allocation fail and count the blocks it leaves allocated.
+// The test program defines malloc, calloc, realloc and free, so every
+// allocation the library makes (and libc's inside strdup, fopen, scandir...)
+// passes here: a run can fail its nth allocation and count what it leaves.
 #pragma once
 
 #include <cstddef>
@@ -23,20 +20,16 @@ struct AllocRun {
 // every allocation succeed. Reports and assertions belong outside `op`.
 AllocRun run_allocations(long fail_at, const std::function<void()> &op);
 
-// Runs `op` once for each allocation it makes, that allocation failing, and
-// hands each run to `check` with allocation working again. Returns how many
-// runs injected a failure.
+// Runs `op` once for each allocation it makes, that one failing, and hands
+// each run to `check`. Returns how many runs injected a failure.
 long for_each_allocation_failure(const std::function<void()> &op,
                                  const std::function<void(long nth, const AllocRun &)> &check);
 
-// While one exists, allocations are neither counted nor failed (the recorder
-// uses it so that recording a report never disturbs a run).
-class AllocPause {
-  public:
+// While one exists, allocations are neither counted nor failed.
+struct AllocPause {
     AllocPause();
     ~AllocPause();
     AllocPause(const AllocPause &) = delete;
-    AllocPause &operator=(const AllocPause &) = delete;
 };
 
 } // namespace tavtest

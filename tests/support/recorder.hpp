@@ -25,17 +25,14 @@ struct Report {
     std::string text;           // log: fully formatted; perror: the message
 };
 
-// Forgets what was recorded so far.
 void clear_reports();
 const std::vector<Report> &reports();
 
-// A compact, comparable picture of the reports: "trace fn path status",
-// "log fn text" (plain lines, with file "" and line 0 checked),
-// "log fn path: text" for lines with a source place, "perror fn errno message".
+// The reports as "trace fn path status", "log fn text" (no file, line 0),
+// "log fn path: text" (with a place) and "perror fn path errno message".
 std::vector<std::string> report_summary();
 
-// Ends a forked test child. A coverage build first writes out what the child
-// ran, which _exit alone would lose.
+// Ends a forked test child; a coverage build first writes out what it ran.
 [[noreturn]] void child_exit(int code);
 
 } // namespace tavtest

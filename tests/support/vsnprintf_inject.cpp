@@ -9,9 +9,9 @@ namespace {
 using VsnprintfFn = int (*)(char *, size_t, const char *, va_list);
 tavtest::VsnprintfPlan plan;
 bool active = false;
-VsnprintfFn real_vsnprintf() {
-    static VsnprintfFn real = reinterpret_cast<VsnprintfFn>(dlsym(RTLD_NEXT, "vsnprintf"));
-    return real;
+VsnprintfFn real() {
+    static auto found = reinterpret_cast<VsnprintfFn>(dlsym(RTLD_NEXT, "vsnprintf"));
+    return found;
 }
 bool applies(const char *format) {
     return active && (plan.only_format == nullptr ||
@@ -29,11 +29,11 @@ extern "C" int vsnprintf(char *buffer, size_t size, const char *format, va_list 
             return static_cast<int>(plan.size_pass_result);
         }
     }
-    return real_vsnprintf()(buffer, size, format, args);
+    return real()(buffer, size, format, args);
 }
 
 tavtest::VsnprintfInjection::VsnprintfInjection(const VsnprintfPlan &p) {
-    real_vsnprintf(); // resolved before the plan is in force
+    real(); // resolved before the plan is in force
     plan = p;
     active = true;
 }

@@ -10,12 +10,10 @@ struct VsnprintfPlan {
     const char *only_format = nullptr; // only this format is affected (null: all)
 };
 
-class VsnprintfInjection {
-  public:
+struct VsnprintfInjection {
     explicit VsnprintfInjection(const VsnprintfPlan &plan);
     ~VsnprintfInjection();
     VsnprintfInjection(const VsnprintfInjection &) = delete;
-    VsnprintfInjection &operator=(const VsnprintfInjection &) = delete;
 };
 
 } // namespace tavtest
