@@ -1,7 +1,5 @@
 #!/usr/bin/env bash
-# Runs each fuzz target for a fixed time (seconds, default 10) over a scratch
-# copy of its seeds; fails at the first target that fails, leaving its
-# reproducer (crash-*, leak-*, ...) in the current directory.
+# Runs each target for $1 seconds (default 10); a failure leaves its reproducer here.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 bin=${TAVUTIL_FUZZ_BIN:-$here/../build-fuzz/fuzz}

@@ -1,5 +1,4 @@
-// Every fuzz target, one per build: TAV_FUZZ_TARGET names the function that
-// takes the input. Each checks what the operation promises, not survival.
+// One fuzz target per build, named by TAV_FUZZ_TARGET; each checks what its operation promises.
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -16,7 +15,6 @@
 #define OK(call) CHECK((call) == TAV_OK)
 using std::string;
 
-// The three entry points land here: counts of lines and trace entries.
 static int traces, logs, last, mixed;
 extern "C" void tav_trace_save(const char *, const char *, int32_t, tav_status st) {
     mixed |= traces++ > 0 && st != last, last = st;
@@ -25,12 +23,6 @@ extern "C" void tav_trace_save(const char *, const char *, int32_t, tav_status s
     extern "C" void name(__VA_ARGS__) { ++logs; }
 SINK(tav_util_log_internal, int, int, const char *, const char *, int, const char *, ...)
 SINK(tav_util_log_internal_perror, int, int, int, const char *, const char *, int, const char *)
-static void reset() { traces = logs = 0, mixed = false; }
-// A failure leaves at least `least` entries, all of its own status; success none.
-static void traced(tav_status st, int least) {
-    CHECK(st == TAV_OK ? traces == 0 : traces >= least && !mixed && last == st);
-}
-// Out-arguments of every target.
 static uint8_t *bytes;
 static char *chars;
 static uint64_t size, again;
@@ -47,46 +39,43 @@ struct In {
 
 namespace fz {
 
-const string kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-void base64(In in) {
-    const string data = in.take(in.n);
+tav_status base64(In in) {
+    const string data = in.take(in.n),
+                 abc = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     string usable;
     for (char c : data)
-        usable += kAlphabet.find(c) != string::npos ? S(&c, 1) : "";
+        usable += abc.find(c) != string::npos ? S(&c, 1) : "";
     OK(tav_util_base64_decode(data.data(), data.size(), &bytes, &size));
     const size_t groups = usable.size() / 4;
     CHECK(size == groups * 3 + "\0\3\1\2"[usable.size() % 4]);
-    // Whole groups come back exactly when encoded again.
     OK(tav_util_base64_encode(bytes, groups * 3, &chars, &again));
     CHECK(S(chars, again) == usable.substr(0, groups * 4));
     free(bytes), free(chars);
     OK(tav_util_base64_encode(U(data), data.size(), &chars, &size));
-    CHECK(size == tav_util_to_base64_size(data.size()) && size % 4 == 0);
-    CHECK(S(chars, size).find_first_not_of(kAlphabet) >= size - 2);
+    CHECK(size == tav_util_to_base64_size(data.size()));
     OK(tav_util_base64_decode(chars, size, &bytes, &again));
-    CHECK(S(bytes, again) == data && traces + logs == 0);
+    CHECK(S(bytes, again) == data);
     free(bytes), free(chars);
+    return TAV_OK;
 }
 
-void hex(In in) {
+tav_status hex(In in) {
     const string data = in.take(in.n);
     OK(tav_util_sprintf_bytes(U(data), data.size(), &chars));
-    CHECK(strlen(chars) == 2 * data.size() &&
-          string(chars).find_first_not_of("0123456789abcdef") == string::npos);
+    CHECK(string(chars).find_first_not_of("0123456789abcdef") == string::npos);
     OK(tav_util_sscanf_bytes(chars, 2 * data.size(), &bytes));
-    CHECK(S(bytes, data.size()) == data);
+    CHECK(strlen(chars) == 2 * data.size() && S(bytes, data.size()) == data);
     free(bytes), free(chars);
     // Arbitrary text: pairs of hex digits before the terminator read as themselves.
     OK(tav_util_sscanf_bytes(data.c_str(), data.size(), &bytes));
     for (size_t i = 0; i + 1 < strlen(data.c_str()); i += 2)
         CHECK(!isxdigit(uint8_t(data[i])) || !isxdigit(uint8_t(data[i + 1])) ||
               bytes[i / 2] == strtoul(data.substr(i, 2).c_str(), nullptr, 16));
-    CHECK(traces + logs == 0);
     free(bytes);
+    return TAV_OK;
 }
 
-void bits(In in) {
+tav_status bits(In in) {
     const uint64_t wide = in.byte() | in.byte() << 8, factor = in.byte() % 5;
     const string data = in.take(in.n);
     const uint64_t len = data.size(), shift = wide % (8 * len + 24);
@@ -108,11 +97,12 @@ void bits(In in) {
     OK(tav_util_expand_byte_array(U(data), len, factor, &bytes, &size));
     for (want.clear(); want.size() < factor * len;)
         want += data[want.size() / factor];
-    CHECK(S(bytes, size) == want && traces + logs == 0);
+    CHECK(S(bytes, size) == want);
     free(bytes);
+    return TAV_OK;
 }
 
-void split(In in) {
+tav_status split(In in) {
     const string delimiter = in.text(in.byte() % 4), text = in.text(in.n);
     char **tokens;
     OK(tav_util_split(text.c_str(), delimiter.c_str(), &tokens, &size));
@@ -134,7 +124,7 @@ void split(In in) {
     while (size > 0)
         free(tokens[--size]);
     free(tokens);
-    CHECK(traces + logs == 0);
+    return TAV_OK;
 }
 
 // The hex dump as its layout says, built independently.
@@ -151,7 +141,7 @@ static string dump(const char *prefix, const string &bytes, int32_t limit) {
     return bytes.empty() ? "" : out + (k > 0 ? " : " + row : "") + "\n";
 }
 
-void strbuf(In in) {
+tav_status strbuf(In in) {
     const uint8_t start = in.byte();
     auto *record = start & 1 ? tav_util_strbuf_new(start >> 1)
                              : static_cast<tav_util_strbuf *>(calloc(1, sizeof(tav_util_strbuf)));
@@ -192,24 +182,23 @@ void strbuf(In in) {
         CHECK(text ? model == text && record->capacity > int32_t(model.size()) : model == "");
     }
     tav_util_strbuf_free(record);
-    CHECK(traces + logs == 0);
+    return TAV_OK;
 }
 
-void append(In in) {
+// Appends until an empty addition, which is refused and leaves the text as it was.
+tav_status append(In in) {
     char *text = nullptr;
     uint64_t length = in.byte(); // any value before the first append
-    string model;
-    while (in.n > 0) {
-        const string addition = in.take(in.byte() % 64);
-        reset();
-        const tav_status st =
-            tav_util_append_string(&text, &length, addition.data(), addition.size());
-        CHECK(st == (addition == "" ? TAV_ERR_BAD_ARG : TAV_OK));
-        traced(st, 1);
-        model += addition;
+    string model, addition;
+    tav_status st = TAV_OK;
+    while (in.n > 0 && st == TAV_OK) {
+        addition = in.take(in.byte() % 64), model += addition;
+        st = tav_util_append_string(&text, &length, addition.data(), addition.size());
+        CHECK(st == (addition == "" ? TAV_ERR_BAD_ARG : TAV_OK) && (st || traces + logs == 0));
         CHECK(text ? length == model.size() && S(text, length + 1) == model + '\0' : model == "");
     }
     free(text);
+    return st;
 }
 
 // The option walk: rows and an argument vector both come from the input.
@@ -222,7 +211,7 @@ static tav_status own(const tav_util_option *row, const char *argument, int32_t 
     return argument != nullptr && argument[0] == '!' ? TAV_ERR_READ : TAV_OK;
 }
 
-void getopt(In in) {
+tav_status getopt(In in) {
     tav_util_option_handler *const handlers[] = {tav_util_getopt_string, tav_util_getopt_int,
                                                  tav_util_getopt_flag, own};
     rows.assign(1 + in.byte() % 4, tav_util_option{});
@@ -244,14 +233,14 @@ void getopt(In in) {
         argv.push_back(token.data());
     const tav_status st =
         tav_util_getopt(int32_t(argv.size()), argv.data(), rows.data(), rows.size());
-    CHECK(memchr("\0\3\6\7\x09", st, 5)); // the handlers' own, a missing argument, READ of `own`
-    traced(st, 3);
-    CHECK(logs == (st == TAV_ERR_SYSTEM));
+    // The handlers' own reports, a missing argument, and READ from `own`.
+    CHECK(memchr("\0\3\6\7\x09", st, 5) && logs == (st == TAV_ERR_SYSTEM) && (!st || traces >= 3));
     for (char *s : strings)
         CHECK(!s || (strlen(s) <= 300 && std::count(tokens.begin(), tokens.end(), s))), free(s);
+    return st;
 }
 
-void human_time(In in) {
+tav_status human_time(In in) {
     double seconds = 0, v;
     const string raw = in.take(sizeof seconds);
     memcpy(&seconds, raw.data(), raw.size());
@@ -267,33 +256,34 @@ void human_time(In in) {
         v /= unit == 2 ? 24 : 60;
     const char *units[] = {"second", "minute", "hour", "day"};
     snprintf(want, sizeof want, "%.0f %s%s", v, units[unit], v == 1.0 ? "" : "s");
-    CHECK(strcmp(full, want) == 0 && traces + logs == 0);
+    CHECK(strcmp(full, want) == 0);
+    return TAV_OK;
 }
 
-// The status record reads /proc/self/stat: this target's link sends that name
-// to a scratch file that holds the input.
+// This target's link sends /proc/self/stat to a scratch file that holds the input.
 static char stat_copy[] = "/tmp/tavutil_fuzz_stat_XXXXXX";
 extern "C" __attribute__((weak)) FILE *__real_fopen(const char *path, const char *mode);
 extern "C" FILE *__wrap_fopen(const char *path, const char *mode) {
     return __real_fopen(strcmp(path, "/proc/self/stat") == 0 ? stat_copy : path, mode);
 }
 
-void proc_stat(In in) {
+tav_status proc_stat(In in) {
     static const int fd = (atexit([] { unlink(stat_copy); }), mkstemp(stat_copy));
     const string line = in.take(in.n), first = line.substr(0, line.find('\n') + 1 ?: line.size());
     CHECK(ftruncate(fd, 0) == 0 && pwrite(fd, line.data(), line.size(), 0) == ssize_t(line.size()));
     tav_proc_stat record;
     const tav_status st = tav_util_proc_stat(&record, 0);
     CHECK(line == "" ? st == TAV_ERR_READ : st == TAV_OK || st == TAV_ERR_SYSTEM);
-    traced(st, 1);
     CHECK(traces <= 1 && memchr(record.comm, '\0', sizeof record.comm) != nullptr);
     // Without a parenthesis 42 tokens need 41 separators before the line end.
     CHECK(first.find('(') != string::npos ||
           (st == TAV_OK) == (std::count_if(first.begin(), first.end(),
                                            [](char c) { return c == ' ' || c == 0; }) >= 41));
+    return st;
 }
 
-void files(In in) {
+// Writes the first part, appends the second, reading back each time; the directory is no file.
+tav_status files(In in) {
     static char dir[] = "/tmp/tavutil_fuzz_files_XXXXXX";
     static const string path = string(mkdtemp(dir)) + "/f";
     static const int gone = atexit([] { rmdir(dir); });
@@ -304,16 +294,18 @@ void files(In in) {
         OK(tav_util_read_named_file(path.c_str(), &bytes, &size, nullptr));
         CHECK(S(bytes, size + 1) == first + (round ? second : "") + '\0' && traces + logs == 0);
     }
-    // The directory itself is no file to write.
-    CHECK(tav_util_write_named_file(dir, 1, U(first), first.size(), nullptr) == TAV_ERR_SYSTEM);
-    traced(TAV_ERR_SYSTEM, 1);
     CHECK(gone == 0 && remove(path.c_str()) == 0);
+    const tav_status st = tav_util_write_named_file(dir, 1, U(first), first.size(), nullptr);
+    CHECK(st == TAV_ERR_SYSTEM);
+    return st;
 }
 
 } // namespace fz
 
+// Success leaves no trace entry or line; a failure at least one entry, all of its own status.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    reset();
-    fz::TAV_FUZZ_TARGET(In{data, size});
+    traces = logs = mixed = 0;
+    const tav_status st = fz::TAV_FUZZ_TARGET(In{data, size});
+    CHECK(st == TAV_OK ? traces + logs == 0 : traces > 0 && !mixed && last == st);
     return 0;
 }
