@@ -1,16 +1,13 @@
 #!/usr/bin/env bash
-# Runs each target for $1 seconds (default 10); a failure leaves its reproducer here.
+# Runs each target for $1 seconds (default 10) on a copy of its seeds; a failure shows its log.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
-bin=${TAVUTIL_FUZZ_BIN:-$here/../build-fuzz/fuzz}
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
-for seeds in "$here"/corpus/*/; do
+cp -r "$here/corpus" "$scratch"
+for seeds in "$scratch"/corpus/*/; do
     target=$(basename "$seeds")
-    cp -r "$seeds" "$scratch/$target"
-    dict=()
-    [ -f "$here/$target.dict" ] && dict=(-dict="$here/$target.dict")
-    "$bin/fuzz_$target" "${dict[@]}" -max_total_time="${1:-10}" -timeout=60 -report_slow_units=60 "$scratch/$target" >"$scratch/log" 2>&1 ||
-        { tail -n 40 "$scratch/log"; exit 1; }
+    "${TAVUTIL_FUZZ_BIN:-$here/../build-fuzz/fuzz}/fuzz_$target" -max_total_time="${1:-10}" \
+        -timeout=60 "$seeds" >"$scratch/log" 2>&1 || { tail -n 40 "$scratch/log"; exit 1; }
     echo "$target: $(grep -E '^Done [0-9]+ runs' "$scratch/log")"
 done

@@ -15,22 +15,17 @@ check() {
   done
 }
 
-: >"$d/empty"
-printf x >"$d/one"
-head -c 3145728 /dev/urandom >"$d/big"
-printf abc >"$d/abc"
-printf abcdefghi >"$d/abc9"
 mkdir "$d/dir"
-touch "$d/dir/b" "$d/dir/A" "$d/dir/.h" "$d/dir/c D" "$d/dir/B1"
+touch "$d/empty" "$d/dir/b" "$d/dir/A" "$d/dir/.h" "$d/dir/c D" "$d/dir/B1"
+printf x >"$d/one"
+printf abc >"$d/abc"
+head -c 3145728 /dev/urandom >"$d/big"
+# Each input as a file and through a pipe (lines wants a file on its input).
 for p in "$d/empty" "$d/one" "$d/big"; do
   check <<ROWS
-0%$t base64 $p | md5sum%$(base64 "$p" | md5sum)
-0%base64 $p | $t base64 -d | md5sum%$(md5sum <"$p")
-0%cat $p | $t base64 | md5sum%$(base64 "$p" | md5sum)
-0%$t hex $p | md5sum%$(xxd -p "$p" | md5sum)
-0%xxd -p $p | $t hex -d | md5sum%$(md5sum <"$p")
-0%$t lines $p%$(wc -l "$p")
-0%$t lines <$p%$(wc -l <"$p")
+0%{ $t base64 $p && cat $p | $t base64 && base64 $p | $t base64 -d; } | md5sum%$({ base64 "$p"; base64 "$p"; cat "$p"; } | md5sum)
+0%{ $t hex $p && cat $p | $t hex && xxd -p $p | $t hex -d; } | md5sum%$({ xxd -p "$p"; xxd -p "$p"; cat "$p"; } | md5sum)
+0%{ $t lines $p && $t lines <$p; } | tr '\n' ,%$({ wc -l "$p"; wc -l <"$p"; } | tr '\n' ,)
 ROWS
 done
 
@@ -48,7 +43,7 @@ check <<ROWS
 0%$t now | grep -cE '^[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} $(date +%Y)$'%1
 0%for c in base64 hex hexdump hash random lines pidof procstat claim run ls now human help; do $t \$c --help | grep -c "^usage: tavutil \$c"; done | xargs%1 1 1 1 1 1 1 1 1 1 1 1 1 1
 0%$t lines - $d/one <$d/big | tr '\n' ,%$(wc -l - "$d/one" <"$d/big" | tr '\n' ,)
-0%$t hash $d/abc - <$d/abc9 | tr '\n' ,%5f39fb8f324f2e25  $d/abc,14c34d22ea476743  -,
+0%printf abcdefghi | $t hash $d/abc - | tr '\n' ,%5f39fb8f324f2e25  $d/abc,14c34d22ea476743  -,
 0%$t random -s 1 13 | xxd -p%380651baa99754b80491470ba5
 0%$t random --seed 1 70000 | xxd -p | tr -d '\n' | cut -c 131061-131086%$("$t" random -s 1 65543 | tail -c 13 | xxd -p)
 0%printf ABCDEFGHIJKLMNOPQRST | $t hexdump | tr '\n' ,%41 42 43 44 45 46 47 48 - 49 4A 4B 4C 4D 4E 4F 50 : ABCDEFGHIJKLMNOP,51 52 53 54 : QRST,
