@@ -1,55 +1,43 @@
 #!/usr/bin/env bash
-# Installs the build into a scratch prefix and runs the installed tavutil against
-# coreutils and xxd on the same inputs, then every error path.
+# Runs the tavutil of a scratch install against coreutils and xxd, then every error path.
 set -uo pipefail
 d=$(mktemp -d)
 trap 'kill $(jobs -p) 2>/dev/null; rm -rf "$d"' EXIT
 cmake --install "$1" --prefix "$d/prefix" >/dev/null || exit 1
 t=$d/prefix/bin/tavutil
 failures=0
-# Rows: exit status % command % its standard output and error together.
-check() {
-  while IFS='%' read -r want cmd out; do
-    got="$(eval "$cmd" 2>&1 </dev/null) $?"
-    [ "$got" = "$out $want" ] || { echo "FAIL: $cmd: got '$got'" >&2; failures=$((failures + 1)); }
-  done
-}
 
-mkdir "$d/dir"
-touch "$d/empty" "$d/dir/b" "$d/dir/A" "$d/dir/.h" "$d/dir/c D" "$d/dir/B1"
-printf x >"$d/one"
+mkdir "$d/dir" "$d/in"
+touch "$d/in/empty" "$d/dir/b" "$d/dir/A" "$d/dir/.h" "$d/dir/c D" "$d/dir/B1"
+printf x >"$d/in/one"
 printf abc >"$d/abc"
-head -c 3145728 /dev/urandom >"$d/big"
-# Each input as a file and through a pipe (lines wants a file on its input).
-for p in "$d/empty" "$d/one" "$d/big"; do
-  check <<ROWS
-0%{ $t base64 $p && cat $p | $t base64 && base64 $p | $t base64 -d; } | md5sum%$({ base64 "$p"; base64 "$p"; cat "$p"; } | md5sum)
-0%{ $t hex $p && cat $p | $t hex && xxd -p $p | $t hex -d; } | md5sum%$({ xxd -p "$p"; xxd -p "$p"; cat "$p"; } | md5sum)
-0%{ $t lines $p && $t lines <$p; } | tr '\n' ,%$({ wc -l "$p"; wc -l <"$p"; } | tr '\n' ,)
-ROWS
-done
-
-sleep 30 &
-sleeper=$!
+head -c 3145728 /dev/urandom >"$d/in/big"
 "$t" claim "$d/p.pid" sleep 30 &
 claimer=$!
 for _ in 1 2 3 4 5 6 7 8 9 10; do [ -s "$d/p.pid" ] && [ "$(cat /proc/$claimer/comm)" = sleep ] && break; sleep 0.2; done
 
-check <<ROWS
+# Rows: exit status % command % its standard output and error together.
+while IFS='%' read -r want cmd out; do
+  got="$(eval "$cmd" 2>&1 </dev/null) $?"
+  [ "$got" = "$out $want" ] || { echo "FAIL: $cmd: got '$got'" >&2; failures=$((failures + 1)); }
+done <<ROWS
 0%readelf -d $t | grep -c 'NEEDED.*\[libtavutil\.so\]'%1
+0%for p in $d/in/*; do $t base64 \$p && cat \$p | $t base64 && base64 \$p | $t base64 -d || exit; done | md5sum%$(for p in $d/in/*; do base64 $p; base64 $p; cat $p; done | md5sum)
+0%for p in $d/in/*; do $t hex \$p && cat \$p | $t hex && xxd -p \$p | $t hex -d || exit; done | md5sum%$(for p in $d/in/*; do xxd -p $p; xxd -p $p; cat $p; done | md5sum)
+0%for p in $d/in/*; do $t lines \$p && $t lines <\$p || exit; done | tr '\n' ,%$(for p in $d/in/*; do wc -l $p; wc -l <$p; done | tr '\n' ,)
 0%env -u LD_LIBRARY_PATH $t help | head -c 6%usage:
-0%$t pidof -x sleep | tr ' ' '\n' | grep -x $sleeper%$sleeper
-0%$t pidof lee | tr ' ' '\n' | grep -x $sleeper%$sleeper
+0%$t pidof -x sleep | tr ' ' '\n' | grep -x $claimer%$claimer
+0%$t pidof lee | tr ' ' '\n' | grep -x $claimer%$claimer
 0%$t now | grep -cE '^[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} $(date +%Y)$'%1
 0%for c in base64 hex hexdump hash random lines pidof procstat claim run ls now human help; do $t \$c --help | grep -c "^usage: tavutil \$c"; done | xargs%1 1 1 1 1 1 1 1 1 1 1 1 1 1
-0%$t lines - $d/one <$d/big | tr '\n' ,%$(wc -l - "$d/one" <"$d/big" | tr '\n' ,)
+0%$t lines - $d/in/one <$d/in/big | tr '\n' ,%$(wc -l - "$d/in/one" <"$d/in/big" | tr '\n' ,)
 0%printf abcdefghi | $t hash $d/abc - | tr '\n' ,%5f39fb8f324f2e25  $d/abc,14c34d22ea476743  -,
 0%$t random -s 1 13 | xxd -p%380651baa99754b80491470ba5
 0%$t random --seed 1 70000 | xxd -p | tr -d '\n' | cut -c 131061-131086%$("$t" random -s 1 65543 | tail -c 13 | xxd -p)
 0%printf ABCDEFGHIJKLMNOPQRST | $t hexdump | tr '\n' ,%41 42 43 44 45 46 47 48 - 49 4A 4B 4C 4D 4E 4F 50 : ABCDEFGHIJKLMNOP,51 52 53 54 : QRST,
 0%$t ls $d/dir | tr '\n' ,%$(ls -A "$d/dir" | LC_ALL=C sort -f | tr '\n' ,)
 0%echo \$($t human 90) \$($t human 1) \$($t human 86400)%2 minutes 1 second 1 day
-0%$t procstat $sleeper | cut -d' ' -f2 | xargs%$(cut -d' ' -f1-42 /proc/$sleeper/stat | tr -d '()')
+0%$t procstat $claimer | cut -d' ' -f2 | xargs%$(cut -d' ' -f1-42 /proc/$claimer/stat | tr -d '()')
 1%$t claim $d/p.pid sleep 30 2>&1 | cat - $d/p.pid | tr '\n' ,%tavutil claim: $d/p.pid is held by running instance $claimer,$claimer,$claimer
 1%echo | $t lines%tavutil lines: -: Illegal seek (status 6)
 7%$t run sh -c 'exit 7'%
@@ -62,9 +50,9 @@ check <<ROWS
 2%$t base64 -q%tavutil base64: unknown option -q (usage: tavutil base64 [-d] [FILE])
 2%$t base64 a b%tavutil base64: too many arguments (usage: tavutil base64 [-d] [FILE])
 1%$t base64 $d/none%tavutil base64: $d/none: No such file or directory (status 6)
-1%$t hex -d $d/big%tavutil hex: $d/big: not hex text (status 7)
+1%$t hex -d $d/in/big%tavutil hex: $d/in/big: not hex text (status 7)
 1%$t hex $d%tavutil hex: $d: Is a directory (status 6)
-1%$t hash $d/empty%tavutil hash: $d/empty: empty input has no hash (status 7)
+1%$t hash $d/in/empty%tavutil hash: $d/in/empty: empty input has no hash (status 7)
 2%$t random%tavutil random: missing argument (usage: tavutil random [-s SEED] COUNT)
 2%$t random x%tavutil random: not a byte count: x (usage: tavutil random [-s SEED] COUNT)
 2%$t random -s x 1%tavutil random: not a seed: x (usage: tavutil random [-s SEED] COUNT)
