@@ -31,12 +31,12 @@ template <class T = uint8_t> static string got(auto operation, auto... args) {
     return free(block), s;
 }
 
-// The input, cut into pieces: a byte, the next k bytes, those of them before a zero byte.
-static const uint8_t *in;
+static const uint8_t *in; // the input, cut by byte(), take(k) bytes and text(k) up to a zero
+
 static size_t n;
 uint8_t byte() { return n > 0 ? (--n, *in++) : 0; }
-string take(size_t k = SIZE_MAX) { return k = std::min(k, n), in += k, n -= k, S(in - k, k); }
-string text(size_t k = SIZE_MAX) { return take(k).c_str(); }
+string take(size_t k = -1) { return k = std::min(k, n), in += k, n -= k, S(in - k, k); }
+string text(size_t k = -1) { return take(k).c_str(); }
 
 static char scratch[] = "/tmp/tavutil_fuzz_XXXXXX"; // removed at exit
 static const int scratch_fd = (atexit([] { remove(scratch); }), mkstemp(scratch));
@@ -45,8 +45,7 @@ void fuzz_base64() {
     const string data = take(), code = got<char>(tav_util_base64_encode, U(data), data.size());
     CHECK(code.size() == tav_util_to_base64_size(data.size()));
     CHECK(got(tav_util_base64_decode, code.data(), code.size()) == data);
-    CHECK(got(tav_util_base64_decode, data.data(), data.size()).size() <=
-          (data.size() + 3) / 4 * 3);
+    CHECK(got(tav_util_base64_decode, data.data(), data.size()).size() <= data.size() / 4 * 3 + 3);
 }
 
 void fuzz_hex() {
@@ -57,8 +56,7 @@ void fuzz_hex() {
     OK(tav_util_sscanf_bytes(text, strlen(text), &bytes));
     OK(tav_util_sscanf_bytes(data.c_str(), data.size(), &any)); // any text reads
     CHECK(strspn(text, "0123456789abcdef") == 2 * data.size() && !text[2 * data.size()]);
-    CHECK(S(bytes, data.size()) == data);
-    free(bytes), free(text), free(any);
+    CHECK(S(bytes, data.size()) == data), free(bytes), free(text), free(any);
 }
 
 bool bit(const string &s, size_t b) { return b / 8 < s.size() && s[b / 8] >> (7 - b % 8) & 1; }
@@ -66,9 +64,8 @@ bool bit(const string &s, size_t b) { return b / 8 < s.size() && s[b / 8] >> (7 
 void fuzz_bits() {
     const uint64_t wide = byte() | byte() << 8, factor = byte() % 5;
     const string data = take();
-    const uint64_t len = data.size(), shift = wide % (8 * len + 24);
+    uint64_t len = data.size(), length = len, shift = wide % (8 * len + 24);
     string work = data, map, grown;
-    uint64_t length = len;
     OK(tav_util_shift_bitstring_left(reinterpret_cast<uint8_t *>(work.data()), &length, shift));
     CHECK(length == len - std::min(shift / 8, len));
     for (uint64_t b = 0; b < 8 * len; map += char(bit(data, b++))) {
@@ -93,35 +90,32 @@ void fuzz_split() {
         CHECK((at = line.find(tokens[i], at)) != string::npos);
         rebuilt += (i > 0 ? delimiter : "") + tokens[i];
     }
-    free(tokens);
-    CHECK(joined == (count ? rebuilt + '\0' : ""));
+    CHECK(joined == (count ? rebuilt + '\0' : "")), free(tokens);
 }
 
-// An append, a hex dump after it, then substitutions in all of it.
+// An append, a hex dump after it, then substitutions of x by b in all of it.
 void fuzz_strbuf() {
     tav_util_strbuf *record = tav_util_strbuf_new(byte());
     const int8_t shown = byte(), limit = int8_t(byte()) >> 4; // limit: most replacements, 0 for all
-    const string a = text(byte() % 64), b = text(byte() % 8), needle = text(byte() % 4),
-                 dumped = take();
+    const string a = text(byte() % 64), b = text(byte() % 8), x = text(byte() % 4), d = take();
     tav_util_strbuf_set_hex_limit(record, shown);
-    CHECK(tav_util_strbuf_append_f(record, "%s", a.c_str()) == int32_t(a.size()) &&
-          a == record->text);
-    tav_util_strbuf_hexdump(record, b == "" ? nullptr : b.c_str(), dumped.data(), dumped.size());
+    CHECK(tav_util_strbuf_append_f(record, "%s", a.c_str()) == int32_t(a.size()));
+    tav_util_strbuf_hexdump(record, b == "" ? nullptr : b.c_str(), d.data(), d.size());
     // Lines of 16 bytes at most; a lone line end when no byte may be shown.
-    size_t k = std::min<size_t>(dumped.size(), shown ? std::max<int>(shown, 0) : SIZE_MAX),
-           size = a.size() + (dumped != "" && k == 0);
-    for (size_t at = 0; at < k; at += 16)
-        size += (b == "" ? 4 : b.size()) + 4 * std::min<size_t>(k - at, 16) + 3 + 2 * (k - at > 8);
+    const size_t k = std::min<size_t>(d.size(), shown ? std::max<int>(shown, 0) : SIZE_MAX),
+                 size = a.size() + (d != "" && k == 0) +
+                        (k + 15) / 16 * ((b == "" ? 4 : b.size()) + 3) + 4 * k +
+                        2 * (k / 16 + (k % 16 > 8));
     string next = record->text;
     CHECK(next.size() == size && next.starts_with(a));
-    int32_t count = 0; // leftmost matches, no overlap; an empty needle needs a limit
-    for (size_t at = 0; (needle != "" || limit) && (!limit || count++ < limit) &&
-                        (at = next.find(needle, at)) != string::npos;
+    int32_t count = 0; // leftmost matches, no overlap; an empty x needs a limit
+    for (size_t at = 0; (x != "" || limit) && (!limit || count++ < limit) &&
+                        (at = next.find(x, at)) != string::npos;
          at += b.size())
-        next.replace(at, needle.size(), b);
-    CHECK(tav_util_strbuf_substitute(record, needle.c_str(), limit, "%s", b.c_str()) ==
-              int32_t(next.size() - size) &&
-          next == record->text && record->capacity > int32_t(next.size()));
+        next.replace(at, x.size(), b);
+    CHECK(tav_util_strbuf_substitute(record, x.c_str(), limit, "%s", b.c_str()) ==
+          int32_t(next.size() - size));
+    CHECK(next == record->text && record->capacity > int32_t(next.size()));
     tav_util_strbuf_free(record);
 }
 
@@ -159,15 +153,13 @@ void fuzz_getopt() {
 }
 
 void fuzz_human_time() {
-    double seconds = 0;
-    take(sizeof seconds).copy(reinterpret_cast<char *>(&seconds), sizeof seconds);
+    const double seconds = strtod(text(32).c_str(), nullptr);
     const size_t room = byte() % 40;
-    char full[400];
-    string cut(48, 'U');
-    OK(tav_util_snprintf_human_time(full, sizeof full, seconds));
+    string full(400, 0), cut(48, 'U');
+    OK(tav_util_snprintf_human_time(full.data(), full.size(), seconds));
     OK(tav_util_snprintf_human_time(cut.data(), room, seconds));
     CHECK(cut.substr(room) == string(48 - room, 'U') &&
-          (room == 0 || cut.c_str() == string(full).substr(0, room - 1)));
+          (room == 0 || cut.c_str() == string(full.c_str()).substr(0, room - 1)));
 }
 
 // The link sends every fopen through here: /proc/self/stat becomes the scratch file.
@@ -193,10 +185,8 @@ void fuzz_files() {
     uint8_t *bytes;
     uint64_t size;
     OK(tav_util_read_named_file(scratch, &bytes, &size, nullptr));
-    CHECK(S(bytes, size + 1) == first + second + '\0' && traces + logs == 0);
-    free(bytes);
-    st = tav_util_write_named_file("/tmp", 1, first.data(), first.size(), nullptr);
-    CHECK(st == TAV_ERR_SYSTEM);
+    CHECK(S(bytes, size + 1) == first + second + '\0' && traces + logs == 0), free(bytes);
+    CHECK((st = tav_util_write_named_file("/tmp", 1, "", 0, nullptr)) == TAV_ERR_SYSTEM);
 }
 
 // Success leaves no trace entry or line; a failure at least one entry, all of its own status.

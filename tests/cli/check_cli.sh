@@ -1,11 +1,10 @@
 #!/usr/bin/env bash
-# Runs the tavutil of a scratch install against coreutils and xxd, then every error path.
+# The installed tavutil against coreutils, xxd and its error paths; rows: status % command % output.
 set -uo pipefail
 d=$(mktemp -d)
 trap 'kill $(jobs -p) 2>/dev/null; rm -rf "$d"' EXIT
 cmake --install "$1" --prefix "$d/prefix" >/dev/null || exit 1
 t=$d/prefix/bin/tavutil
-failures=0
 
 mkdir "$d/dir" "$d/in"
 touch "$d/in/empty" "$d/dir/b" "$d/dir/A" "$d/dir/.h" "$d/dir/c D" "$d/dir/B1"
@@ -16,10 +15,9 @@ head -c 3145728 /dev/urandom >"$d/in/big"
 claimer=$!
 for _ in 1 2 3 4 5 6 7 8 9 10; do [ -s "$d/p.pid" ] && [ "$(cat /proc/$claimer/comm)" = sleep ] && break; sleep 0.2; done
 
-# Rows: exit status % command % its standard output and error together.
 while IFS='%' read -r want cmd out; do
   got="$(eval "$cmd" 2>&1 </dev/null) $?"
-  [ "$got" = "$out $want" ] || { echo "FAIL: $cmd: got '$got'" >&2; failures=$((failures + 1)); }
+  [ "$got" = "$out $want" ] || { echo "FAIL: $cmd: got '$got'" >&2; failures=$((${failures:-0} + 1)); }
 done <<ROWS
 0%readelf -d $t | grep -c 'NEEDED.*\[libtavutil\.so\]'%1
 0%for p in $d/in/*; do $t base64 \$p && cat \$p | $t base64 && base64 \$p | $t base64 -d || exit; done | md5sum%$(for p in $d/in/*; do base64 $p; base64 $p; cat $p; done | md5sum)
@@ -73,5 +71,4 @@ done <<ROWS
 2%$t now x%tavutil now: too many arguments (usage: tavutil now )
 2%$t human 1e999%tavutil human: not a number of seconds: 1e999 (usage: tavutil human SECONDS)
 ROWS
-[ "$failures" = 0 ] && echo "cli: every comparison and error path as expected"
-exit $((failures != 0))
+exit $((${failures:-0} != 0))
