@@ -32,7 +32,6 @@ template <class T = uint8_t> static string got(auto operation, auto... args) {
 }
 
 static const uint8_t *in; // the input, cut by byte(), take(k) bytes and text(k) up to a zero
-
 static size_t n;
 uint8_t byte() { return n > 0 ? (--n, *in++) : 0; }
 string take(size_t k = -1) { return k = std::min(k, n), in += k, n -= k, S(in - k, k); }
