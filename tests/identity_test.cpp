@@ -1,17 +1,13 @@
-// Environment, effective group and host name. What changes what the process
-// shares runs in a child, which hands back what it saw.
-#include <gtest/gtest.h>
-
-#include <cerrno>
+// Environment, effective group and host name, changed in a child.
 #include <grp.h>
+#include <numeric>
+#include <regex>
 #include <sched.h>
 #include <set>
 #include <sys/utsname.h>
 
-#include "alloc_inject.hpp"
 #include "host_inject.hpp"
-#include "recorder.hpp"
-#include "tavutil.h"
+#include "rows.hpp"
 
 namespace {
 
@@ -22,6 +18,12 @@ std::string shown(char *text) { // a heap text, freed
 }
 std::string shown(tav_status status) { return std::to_string(status); }
 
+// The reports, @ for the source path of this family.
+std::string reports() {
+    const std::regex path(" src/(env/linux|permissions/permissions_linux)\\.cpp");
+    return std::regex_replace(tavtest::reported(), path, "@");
+}
+
 // One call: "result size live|reports", with the size of its first allocation
 // (- for none) and the blocks it left to the caller.
 template <typename Call> std::string observe(long fail_at, Call call) {
@@ -29,7 +31,7 @@ template <typename Call> std::string observe(long fail_at, Call call) {
     decltype(call()) result{};
     const tavtest::AllocRun run = tavtest::run_allocations(fail_at, [&] { result = call(); });
     return "\n" + shown(result) + " " + (run.sizes.empty() ? "-" : std::to_string(run.sizes[0])) +
-           " " + std::to_string(run.live_blocks) + tavtest::reported();
+           " " + std::to_string(run.live_blocks) + reports();
 }
 
 TEST(Identity, GetenvCopiesValuesUpTo299Characters) {
@@ -53,49 +55,55 @@ TEST(Identity, GetenvCopiesValuesUpTo299Characters) {
 // Each call: "status|reports V" with what V holds after it; then setenv's own
 // allocations failing (some it does without).
 TEST(Identity, SetenvAndUnsetenv) {
-    // clang-format off
-    auto refused = [](const char *op, int error) { return "6|perror tav_util_" + std::string(op) + "env src/env/linux.cpp " + std::to_string(error) + " Failed to " + op + " environment variable|trace tav_util_" + op + "env src/env/linux.cpp 6"; };
-    const std::string set_null = "3|trace tav_util_setenv src/env/linux.cpp 3", unset_null = "3|trace tav_util_unsetenv src/env/linux.cpp 3";
-    const std::string expected = "\n" + set_null + " null\n" + set_null + " null\n" + refused("set", EINVAL) + " null\n" + refused("set", EINVAL) + " null\n0 'one'\n0 'two'\n" + unset_null + " 'two'\n" + refused("unset", EINVAL) + " 'two'\n" + refused("unset", EINVAL) + " 'two'\n0 null\n0 null\n" + refused("set", ENOMEM);
-    // clang-format on
     EXPECT_EQ(tavtest::in_child([] {
                   std::string seen;
                   auto row = [&](tav_status status) {
-                      seen += "\n" + std::to_string(status) + tavtest::reported() + " " +
-                              shown(tav_util_getenv("V"));
+                      seen += "\n" + shown(status) + reports() + " " + shown(tav_util_getenv("V"));
                       tavtest::clear_reports();
                   };
                   tavtest::clear_reports();
-                  row(tav_util_setenv(nullptr, "x")),
-                      row(tav_util_setenv("V", nullptr)); // refused, not crashed
-                  row(tav_util_setenv("", "x")), row(tav_util_setenv("V=", "x"));
-                  row(tav_util_setenv("V", "one")), row(tav_util_setenv("V", "two"));
-                  row(tav_util_unsetenv(nullptr)), row(tav_util_unsetenv("")),
-                      row(tav_util_unsetenv("V=x"));
-                  row(tav_util_unsetenv("V")), row(tav_util_unsetenv("V")); // not set: no failure
+                  row(tav_util_setenv(nullptr, "x")), row(tav_util_setenv("V", nullptr));
+                  row(tav_util_setenv("V=", "x")), row(tav_util_setenv("V", "one"));
+                  row(tav_util_setenv("V", "two")), row(tav_util_unsetenv(nullptr));
+                  row(tav_util_unsetenv("V=x")), row(tav_util_unsetenv("V"));
                   std::set<std::string> failed;
                   tav_status status = TAV_OK;
                   tavtest::for_each_allocation_failure(
                       [&] { tavtest::clear_reports(), status = tav_util_setenv("NEW", "x"); },
                       [&](long, const tavtest::AllocRun &) {
-                          failed.insert(status == TAV_OK
-                                            ? ""
-                                            : "\n" + std::to_string(status) + tavtest::reported());
+                          failed.insert(status ? "\n" + shown(status) + reports() : "");
                       });
-                  for (const std::string &line : failed) {
-                      seen += line;
-                  }
-                  return seen;
+                  return std::accumulate(failed.begin(), failed.end(), seen);
               }),
-              expected);
+              "\n3|trace tav_util_setenv@ 3 null\n3|trace tav_util_setenv@ 3 null"
+              "\n6|perror tav_util_setenv@ 22 Failed to set environment variable"
+              "|trace tav_util_setenv@ 6 null\n0 'one'\n0 'two'"
+              "\n3|trace tav_util_unsetenv@ 3 'two'"
+              "\n6|perror tav_util_unsetenv@ 22 Failed to unset environment variable"
+              "|trace tav_util_unsetenv@ 6 'two'\n0 null"
+              "\n6|perror tav_util_setenv@ 12 Failed to set environment variable"
+              "|trace tav_util_setenv@ 6");
 }
 
 // Each call: "status size live|reports egid"; the last as nobody, where only
 // the change itself fails.
 TEST(Identity, EnsureEgid) {
-    const std::string trace = "|trace ensure_egid src/permissions/permissions_linux.cpp ",
-                      line = "|log ensure_egid src/permissions/permissions_linux.cpp: ";
     const std::string g32(32, 'g'), size = std::to_string(sysconf(_SC_GETGR_R_SIZE_MAX));
+    const std::string rows[] = {
+        "\n3 - 0|trace ensure_egid@ 3 0",
+        "\n7 - 0|trace ensure_egid@ 7 0",
+        "\n6 " + size + " 0|log ensure_egid Failed to find group " + g32 +
+            "|trace ensure_egid@ 6 0",
+        "\n6 - 0|log ensure_egid@: Failed to query group structure size  Reason: Invalid "
+        "argument|trace ensure_egid@ 6 0",
+        "\n6 8 0|log ensure_egid@: Failed to query group root data  Reason: Numerical result out "
+        "of range|trace ensure_egid@ 6 0", // no second try
+        "\n2 " + size + " 0|log ensure_egid Failed to allocate " + size +
+            " byte buffer|trace ensure_egid@ 2 0",
+        "\n0 " + size + " 0 65534",
+        "\n6 " + size +
+            " 0|log ensure_egid@: Failed to update effective gid for group root  "
+            "Reason: Operation not permitted|trace ensure_egid@ 6 65534"};
     EXPECT_EQ(tavtest::in_child([&] {
                   getgrnam("root"), getgrnam(g32.c_str()); // the lookups' one-time set-up
                   std::string seen;
@@ -110,22 +118,9 @@ TEST(Identity, EnsureEgid) {
                       row(0, "root");
                   }
                   row(1, "root"), row(0, "nogroup");
-                  if (!tavtest::drop_to_nobody()) {
-                      return std::string("could not drop privileges");
-                  }
-                  row(0, "root");
-                  return seen;
+                  return tavtest::drop_to_nobody() ? (row(0, "root"), seen) : "not nobody";
               }),
-              // clang-format off
-              "\n3 - 0" + trace + "3 0"
-              "\n7 - 0" + trace + "7 0"
-              "\n6 " + size + " 0|log ensure_egid Failed to find group " + g32 + trace + "6 0"
-              "\n6 - 0" + line + "Failed to query group structure size  Reason: Invalid argument" + trace + "6 0"
-              "\n6 8 0" + line + "Failed to query group root data  Reason: Numerical result out of range" + trace + "6 0" // no second try
-              "\n2 " + size + " 0|log ensure_egid Failed to allocate " + size + " byte buffer" + trace + "2 0"
-              "\n0 " + size + " 0 65534"
-              "\n6 " + size + " 0" + line + "Failed to update effective gid for group root  Reason: Operation not permitted" + trace + "6 65534");
-    // clang-format on
+              std::accumulate(std::begin(rows), std::end(rows), std::string()));
 }
 
 // A name as long as the buffer leaves no room for its terminator.

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstring>
 #include <fstream>
+#include <regex>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -18,12 +19,13 @@
 
 namespace {
 
-const std::string kTrace = "|trace tav_util_proc_stat src/system/linux.cpp ";
-const std::string kGetline =
-    "|log tav_util_proc_stat src/system/linux.cpp: getline() failed  Reason: ";
-
-// "status record reports", the record printed back as the kernel prints its
-// line (a zero state as '-'), over a record that was dirty before.
+// "status record|reports", the record printed back as the kernel prints its
+// line (a zero state as '-'), over a record that was dirty before; @ stands
+// for the operation and its source path.
+std::string said() {
+    const std::string full = "tav_util_proc_stat src/system/linux.cpp";
+    return std::regex_replace(tavtest::reported(), std::regex(full), "@");
+}
 std::string parsed(int32_t pid) {
     tav_proc_stat r;
     std::memset(&r, 0xAB, sizeof r);
@@ -41,7 +43,7 @@ std::string parsed(int32_t pid) {
         r.vsize, r.rss, r.rsslim, r.startcode, r.endcode, r.startstack, r.kstkesp, r.kstkeip,
         r.signal, r.blocked, r.sigignore, r.sigcatch, r.wchan, r.nswap, r.cnswap, r.exit_signal,
         r.processor, r.rt_priority, r.policy, r.delayacct_blkio_ticks);
-    return line + tavtest::reported();
+    return line + said();
 }
 
 std::string numbers(int from, int to = 42) {
@@ -59,7 +61,7 @@ TEST(ProcStat, MatchesTheKernel) {
         tavtest::child_exit(0);
     }
     waitpid(child, nullptr, WUNTRACED);
-    std::string kernel;
+    std::string kernel, comm;
     std::getline(std::ifstream("/proc/" + std::to_string(child) + "/stat"), kernel);
     for (size_t token = 3, at = kernel.rfind(')') + 1; token <= 42; ++token) {
         at = kernel.find(' ', at + 1);
@@ -68,65 +70,55 @@ TEST(ProcStat, MatchesTheKernel) {
     const std::string mine = parsed(child);
     kill(child, SIGKILL), waitpid(child, nullptr, 0);
     EXPECT_EQ(mine, "0 " + kernel);
-    EXPECT_EQ(parsed(child).substr(0, 3), "32 ") << "reaped, it names nothing";
-    std::string comm;
     std::getline(std::ifstream("/proc/self/comm"), comm);
     EXPECT_EQ(parsed(0).rfind("0 " + std::to_string(getpid()) + " (" + comm + ") R ", 0), 0u);
 }
 
-// Lines read in place of /proc/self/stat: crafted ones, tokens 4 to 42 holding
-// their own numbers (most read back as written), and a directory, whose read
-// fails. Failures leave a zeroed record.
+// Lines read in place of /proc/self/stat, tokens 4 to 42 holding their own
+// numbers (an empty text: the directory /, whose read fails), and none; a
+// failure leaves a zeroed record. Then allocations failing in turn fail the
+// open (the stream's), then the read (getline's), leaving nothing.
 TEST(ProcStat, CraftedLinesAndFailures) {
     char file[] = "/tmp/tavstat.XXXXXX";
-    const char *target = file;
     close(mkstemp(file));
-    const std::string all = numbers(4), ok = "0 7 (name) S" + all, n70(70, 'n');
+    const std::string all = numbers(4), c63 = "(a) b) c" + std::string(55, 'n');
     const std::string n = std::to_string(("7 (name) S" + numbers(4, 41)).size() + 2);
-    std::string zeros;
-    while (zeros.size() < 39 * 2) {
-        zeros += " 0";
-    }
-    // clang-format off
-    const std::tuple<int, const char *, std::string, std::string> rows[] = {
-        {0, file, "7 (name) S" + all + "\n", ok}, {0, file, "7 (name) S" + all, ok}, {0, file, "7 (name) S" + all + " 43 44\n", ok},
-        {0, file, "7 (name) S" + numbers(4, 41) + "\n", "6 7 (name) S" + numbers(4, 41) + " 0|log tav_util_proc_stat Parsing logic failed, j=" + n + ", len=" + n + "\n" + kTrace + "6"},
-        {0, file, "7 (name) S  4" + numbers(5) + "\n", "0 7 (name) S 0 4" + numbers(5, 41)},
-        {0, file, "7 (name) S x" + numbers(5), "0 7 (name) S 0" + numbers(5)},
-        {0, file, "7 ((a) b) c)) S" + all, "0 7 ((a) b) c)) S" + all},
-        {0, file, "7 (" + n70 + ") S" + all, "0 7 (" + n70.substr(7) + ") S" + all},
-        {0, file, "7 () S" + all, "0 7 () S" + all}, {0, file, "7 (name S" + all, "0 7 ((name) S" + all}, {0, file, "7 name S" + all, ok},
-        {0, file, "7 name) S)" + all, "0 7 (name)) S" + all}, // not opened: the name ends at its blank
-        {-1, file, "", "32 0 () -" + zeros + kTrace + "32"}, {0, "/", "", "9 0 () -" + zeros + kGetline + "Is a directory" + kTrace + "9"},
+    const std::string zeros = std::regex_replace(all, std::regex("[0-9]+"), "0");
+    const std::tuple<int, std::string, std::string> rows[] = {
+        {0, "7 (name) S" + numbers(4, 41) + "\n",
+         "6 7 (name) S" + numbers(4, 41) + " 0|log tav_util_proc_stat Parsing logic failed, j=" +
+             n + ", len=" + n + "\n|trace @ 6"},
+        {0, "7 (name) S  x" + numbers(6), "0 7 (name) S 0 0" + numbers(6)}, // no newline
+        {0, "7 (" + c63 + "nn) S" + all, "0 7 (" + c63 + ") S" + all},
+        {0, "7 () S" + all, "0 7 () S" + all},
+        {0, "7 (name S" + all, "0 7 ((name) S" + all},
+        {0, "7 name) S)" + all, "0 7 (name)) S" + all}, // not opened: the name ends at its blank
+        {-1, "", "32 0 () -" + zeros + "|trace @ 32"},
+        {0, "", "9 0 () -" + zeros + "|log @: getline() failed  Reason: Is a directory|trace @ 9"},
     };
-    // clang-format on
+    const char *target = file;
     tavtest::SyscallInjection redirect({.on_fopen = [&](const char *path) {
         return std::strcmp(path, "/proc/self/stat") == 0 ? target : path;
     }});
-    for (const auto &[pid, from, text, expected] : rows) {
-        std::ofstream(target = from) << text;
+    for (const auto &[pid, text, expected] : rows) {
+        std::ofstream(target = text.empty() ? "/" : file) << text;
         EXPECT_EQ(parsed(pid), expected) << text;
     }
     unlink(file);
-}
-
-// Allocations failing in turn fail the open (the stream's), then the read
-// (getline's), leaving nothing.
-TEST(ProcStat, NullAndAllocationFailures) {
+    target = "/proc/self/stat"; // no longer redirected
     tavtest::clear_reports();
     const tav_status null_record = tav_util_proc_stat(nullptr, 0);
-    EXPECT_EQ(std::to_string(null_record) + tavtest::reported(),
-              "3|log tav_util_proc_stat ret_proc_stat is NULL" + kTrace + "3");
+    EXPECT_EQ(std::to_string(null_record) + said(),
+              "3|log tav_util_proc_stat ret_proc_stat is NULL|trace @ 3");
     std::string seen;
     tav_proc_stat r;
     auto call = [&] { tavtest::clear_reports(), tav_util_proc_stat(&r, 0); };
     call(); // libc's one-time set-up allocates outside the counted runs
     tavtest::for_each_allocation_failure(call, [&](long, const tavtest::AllocRun &run) {
-        seen += std::to_string(run.live_blocks) + tavtest::reported() + "\n";
+        seen += (seen.empty() ? "" : "\n") + std::to_string(run.live_blocks) + said();
     });
-    EXPECT_EQ(seen.substr(0, seen.find('\n')), "0" + kTrace + "32");
-    EXPECT_EQ(seen.substr(seen.rfind('\n', seen.size() - 2) + 1),
-              "0" + kGetline + "Cannot allocate memory" + kTrace + "9\n");
+    EXPECT_EQ(seen.substr(0, seen.find('\n')) + seen.substr(seen.rfind('\n')),
+              "0|trace @ 32\n0|log @: getline() failed  Reason: Cannot allocate memory|trace @ 9");
 }
 
 TEST(ProcStat, ThreadIdIsTheKernels) {
