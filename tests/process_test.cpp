@@ -1,21 +1,27 @@
-// Processes on real children: spawn and wait, the bounded wait, the search of
-// /proc, and signal dispositions (changed only in child processes).
-#include <gtest/gtest.h>
-
+// Processes and the host: spawn and wait, the bounded wait, the search of
+// /proc, signal dispositions, the status record, environment, group and host
+// name. What changes what the process shares runs in a child process.
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <grp.h>
+#include <numeric>
 #include <optional>
 #include <regex>
+#include <sched.h>
 #include <set>
 #include <sstream>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/utsname.h>
 #include <sys/wait.h>
+#include <thread>
 
-#include "alloc_inject.hpp"
 #include "clock_inject.hpp"
 #include "host_inject.hpp"
+#include "internal/proc_stat.hpp"
 #include "internal/process_ops.hpp"
-#include "recorder.hpp"
+#include "rows.hpp"
 #include "syscall_inject.hpp"
 
 namespace {
@@ -26,13 +32,18 @@ char **v(const Words &words) { return const_cast<char **>(words.data()); }
 char *kNoEnv[] = {nullptr};
 int32_t pid_in(tav_proc_handle handle) { return *reinterpret_cast<const int32_t *>(handle); }
 
-// The reports, a pid in a line as PID, and source paths short: @p process_ops,
-// @s spawn_linux, @t timespec_common, @v vasprintf.
+// The reports, a pid in a line as PID, source paths short: @p process_ops, @s
+// spawn_linux, @t timespec_common, @v vasprintf, @y system/linux, @e
+// env/linux, @g permissions_linux.
 std::string reports() {
     std::string text = tavtest::reported();
-    for (const char *path : {" src/process_ops.cpp", " src/process/spawn_linux.cpp",
-                             " src/time/timespec_common.cpp", " src/string/vasprintf.cpp"}) {
-        const std::string at = std::string("@") + strrchr(path, '/')[1];
+    for (const auto &[path, at] : {std::pair{" src/process_ops.cpp", "@p"},
+                                   {" src/process/spawn_linux.cpp", "@s"},
+                                   {" src/time/timespec_common.cpp", "@t"},
+                                   {" src/string/vasprintf.cpp", "@v"},
+                                   {" src/system/linux.cpp", "@y"},
+                                   {" src/env/linux.cpp", "@e"},
+                                   {" src/permissions/permissions_linux.cpp", "@g"}}) {
         for (size_t i; (i = text.find(path)) != std::string::npos;) {
             text.replace(i, strlen(path), at);
         }
@@ -169,11 +180,9 @@ TEST(ProcessSearch, FindsTheFirstArgumentByBothModes) {
         usleep(1000); // until execve is done
     }
     EXPECT_EQ(slurp(proc + "environ"), std::string("A=1\0B=2\0", 8));
-    const std::tuple<std::string, int32_t, int> rows[] = {{path.substr(0, 299), 1, 1},
-                                                          {path.substr(0, 300), 1, 0},
-                                                          {p, 1, 0},
-                                                          {p, -7, 1},
-                                                          {arg, 0, 0}};
+    const std::string p299 = path.substr(0, 299), p300 = path.substr(0, 300);
+    const std::tuple<std::string, int32_t, int> rows[] = {
+        {p299, 1, 1}, {p300, 1, 0}, {p, 1, 0}, {p, -7, 1}, {arg, 0, 0}};
     for (const auto &[text, mode, found] : rows) {
         tavtest::clear_reports();
         uint32_t *pids = nullptr;
@@ -330,6 +339,235 @@ TEST(Signals, DispositionsAfterEachCall) {
                   }),
                   wanted);
     }
+}
+
+// "status record|reports", the record printed back as the kernel prints its
+// line (a zero state as '-'), over a record that was dirty before.
+std::string parsed(int32_t pid) {
+    tav_proc_stat r;
+    std::memset(&r, 0xAB, sizeof r);
+    tavtest::clear_reports();
+    const tav_status st = tav_util_proc_stat(&r, pid);
+    using L = int64_t;
+    char line[1024];
+    std::snprintf(
+        line, sizeof line,
+        "%d %d (%s) %c %d %d %d %d %d %u %lu %lu %lu %lu %lu %lu %ld %ld %ld %ld %ld %ld %lu "
+        "%lu %ld %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu %d %d %u %u %lu",
+        st, r.pid, r.comm, r.state ? r.state : '-', r.ppid, r.pgrp, r.session, r.tty_nr, r.tpgid,
+        r.flags, r.minflt, r.cminflt, r.majflt, r.cmajflt, r.utime, r.stime, L(r.cutime),
+        L(r.cstime), L(r.priority), L(r.nice), L(r.num_threads), L(r.itrealvalue), r.starttime,
+        r.vsize, r.rss, r.rsslim, r.startcode, r.endcode, r.startstack, r.kstkesp, r.kstkeip,
+        r.signal, r.blocked, r.sigignore, r.sigcatch, r.wchan, r.nswap, r.cnswap, r.exit_signal,
+        r.processor, r.rt_priority, r.policy, r.delayacct_blkio_ticks);
+    return line + reports();
+}
+
+std::string numbers(int from, int to = 42) {
+    return from > to ? "" : " " + std::to_string(from) + numbers(from + 1, to);
+}
+
+// A stopped child, whose line holds still, in all 42 tokens: its name has
+// blanks and parentheses, its nice value is negative. Then the id of a thread.
+TEST(ProcStat, MatchesTheKernel) {
+    const pid_t child = fork();
+    if (child == 0) {
+        prctl(PR_SET_NAME, "a) b (c");
+        setpriority(PRIO_PROCESS, 0, -5);
+        raise(SIGSTOP);
+        tavtest::child_exit(0);
+    }
+    waitpid(child, nullptr, WUNTRACED);
+    std::string kernel;
+    std::getline(std::ifstream("/proc/" + std::to_string(child) + "/stat"), kernel);
+    const std::string mine = parsed(child);
+    kill(child, SIGKILL), waitpid(child, nullptr, 0);
+    EXPECT_EQ("0 " + kernel.substr(0, mine.size() - 1), mine + " ");
+    int64_t other = 0;
+    char target[64] = {};
+    std::thread([&] {
+        other = tav_util_tid(), readlink("/proc/thread-self", target, sizeof target - 1);
+    }).join();
+    EXPECT_EQ(std::to_string(tav_util_tid()) + " " + std::to_string(other),
+              std::to_string(getpid()) + " " + (std::strrchr(target, '/') + 1));
+}
+
+// Lines read in place of /proc/self/stat, tokens 4 to 42 holding their own
+// numbers (an empty text: the directory /, whose read fails), and none; a
+// failure leaves a zeroed record. Then allocations failing in turn fail the
+// open (the stream's), then the read (getline's), leaving nothing.
+TEST(ProcStat, CraftedLinesAndFailures) {
+    char file[] = "/tmp/tavstat.XXXXXX";
+    close(mkstemp(file));
+    const std::string all = numbers(4), c63 = "(a) b) c" + std::string(55, 'n');
+    const std::string n = std::to_string(("7 (name) S" + numbers(4, 41)).size() + 2);
+    const std::string zeros = std::regex_replace(all, std::regex("[0-9]+"), "0");
+    const std::tuple<int, std::string, std::string> rows[] = {
+        {0, "7 (name) S" + numbers(4, 41) + "\n",
+         "6 7 (name) S" + numbers(4, 41) + " 0|log tav_util_proc_stat Parsing logic failed, j=" +
+             n + ", len=" + n + "\n|trace tav_util_proc_stat@y 6"},
+        {0, "7 (name) S  x" + numbers(6), "0 7 (name) S 0 0" + numbers(6)}, // no newline
+        {0, "7 (" + c63 + "nn) S" + all, "0 7 (" + c63 + ") S" + all},
+        {0, "7 () S" + all, "0 7 () S" + all},
+        {0, "7 (name S" + all, "0 7 ((name) S" + all},
+        {0, "7 name) S)" + all, "0 7 (name)) S" + all}, // not opened: the name ends at its blank
+        {-1, "", "32 0 () -" + zeros + "|trace tav_util_proc_stat@y 32"},
+        {0, "",
+         "9 0 () -" + zeros +
+             "|log tav_util_proc_stat@y: getline() failed  Reason: Is a directory|trace "
+             "tav_util_proc_stat@y 9"},
+    };
+    const char *target = file;
+    tavtest::SyscallInjection redirect({.on_fopen = [&](const char *path) {
+        return std::strcmp(path, "/proc/self/stat") == 0 ? target : path;
+    }});
+    for (const auto &[pid, text, expected] : rows) {
+        std::ofstream(target = text.empty() ? "/" : file) << text;
+        EXPECT_EQ(parsed(pid), expected) << text;
+    }
+    unlink(file);
+    target = "/proc/self/stat"; // no longer redirected
+    tavtest::clear_reports();
+    const tav_status null_record = tav_util_proc_stat(nullptr, 0);
+    EXPECT_EQ(std::to_string(null_record) + reports(),
+              "3|log tav_util_proc_stat ret_proc_stat is NULL|trace tav_util_proc_stat@y 3");
+    std::string seen;
+    tav_proc_stat r;
+    auto call = [&] { tavtest::clear_reports(), tav_util_proc_stat(&r, 0); };
+    call(); // libc's one-time set-up allocates outside the counted runs
+    tavtest::for_each_allocation_failure(call, [&](long, const tavtest::AllocRun &run) {
+        seen += (seen.empty() ? "" : "\n") + std::to_string(run.live_blocks) + reports();
+    });
+    EXPECT_EQ(seen.substr(0, seen.find('\n')) + seen.substr(seen.rfind('\n')),
+              "0|trace tav_util_proc_stat@y 32\n0|log tav_util_proc_stat@y: getline() failed  "
+              "Reason: Cannot allocate memory|trace tav_util_proc_stat@y 9");
+}
+
+std::string shown(char *text) { // a heap text, freed
+    const std::string line = text == nullptr ? "null" : "'" + std::string(text) + "'";
+    std::free(text);
+    return line;
+}
+std::string shown(tav_status status) { return std::to_string(status); }
+
+// One call: "result size live|reports", with the size of its first allocation
+// (- for none) and the blocks it left to the caller.
+template <typename Call> std::string observe(long fail_at, Call call) {
+    tavtest::clear_reports();
+    decltype(call()) result{};
+    const tavtest::AllocRun run = tavtest::run_allocations(fail_at, [&] { result = call(); });
+    return "\n" + shown(result) + " " + (run.sizes.empty() ? "-" : std::to_string(run.sizes[0])) +
+           " " + std::to_string(run.live_blocks) + reports();
+}
+
+TEST(Identity, GetenvCopiesValuesUpTo299Characters) {
+    const std::string v299(299, 'v');
+    EXPECT_EQ(
+        tavtest::in_child([&] {
+            setenv("EMPTY", "", 1), setenv("V299", v299.c_str(), 1);
+            setenv("V300", (v299 + "v").c_str(), 1), setenv("SHORT", "abc", 1);
+            std::string seen;
+            for (const char *name : {(const char *)nullptr, "UNSET", "EMPTY", "V299", "V300"}) {
+                seen += observe(0, [&] { return tav_util_getenv(name); });
+            }
+            seen += observe(1, [] { return tav_util_getenv("SHORT"); });
+            char *copy = tav_util_getenv("SHORT"); // not the environment's storage
+            setenv("SHORT", "xyz", 1);
+            return seen + " " + shown(copy);
+        }),
+        "\nnull - 0\nnull - 0\n'' 1 1\n'" + v299 + "' 300 1\nnull - 0\nnull 4 0 'abc'");
+}
+
+// Each call: "status|reports V" with what V holds after it; then setenv's own
+// allocations failing (some it does without).
+TEST(Identity, SetenvAndUnsetenv) {
+    EXPECT_EQ(tavtest::in_child([] {
+                  std::string seen;
+                  auto row = [&](tav_status status) {
+                      seen += "\n" + shown(status) + reports() + " " + shown(tav_util_getenv("V"));
+                      tavtest::clear_reports();
+                  };
+                  tavtest::clear_reports();
+                  row(tav_util_setenv(nullptr, "x")), row(tav_util_setenv("V", nullptr));
+                  row(tav_util_setenv("V=", "x")), row(tav_util_setenv("V", "one"));
+                  row(tav_util_setenv("V", "two")), row(tav_util_unsetenv(nullptr));
+                  row(tav_util_unsetenv("V=x")), row(tav_util_unsetenv("V"));
+                  std::set<std::string> failed;
+                  tav_status status = TAV_OK;
+                  tavtest::for_each_allocation_failure(
+                      [&] { tavtest::clear_reports(), status = tav_util_setenv("NEW", "x"); },
+                      [&](long, const tavtest::AllocRun &) {
+                          failed.insert(status ? "\n" + shown(status) + reports() : "");
+                      });
+                  return std::accumulate(failed.begin(), failed.end(), seen);
+              }),
+              "\n3|trace tav_util_setenv@e 3 null\n3|trace tav_util_setenv@e 3 null"
+              "\n6|perror tav_util_setenv@e 22 Failed to set environment variable"
+              "|trace tav_util_setenv@e 6 null\n0 'one'\n0 'two'"
+              "\n3|trace tav_util_unsetenv@e 3 'two'"
+              "\n6|perror tav_util_unsetenv@e 22 Failed to unset environment variable"
+              "|trace tav_util_unsetenv@e 6 'two'\n0 null"
+              "\n6|perror tav_util_setenv@e 12 Failed to set environment variable"
+              "|trace tav_util_setenv@e 6");
+}
+
+// Each call: "status size live|reports egid"; the last as nobody, where only
+// the change itself fails.
+TEST(Identity, EnsureEgid) {
+    const std::string g32(32, 'g'), size = std::to_string(sysconf(_SC_GETGR_R_SIZE_MAX));
+    const std::string rows[] = {
+        "\n3 - 0|trace ensure_egid@g 3 0",
+        "\n7 - 0|trace ensure_egid@g 7 0",
+        "\n6 " + size + " 0|log ensure_egid Failed to find group " + g32 +
+            "|trace ensure_egid@g 6 0",
+        "\n6 - 0|log ensure_egid@g: Failed to query group structure size  Reason: Invalid "
+        "argument|trace ensure_egid@g 6 0",
+        "\n6 8 0|log ensure_egid@g: Failed to query group root data  Reason: Numerical result out "
+        "of range|trace ensure_egid@g 6 0", // no second try
+        "\n2 " + size + " 0|log ensure_egid Failed to allocate " + size +
+            " byte buffer|trace ensure_egid@g 2 0",
+        "\n0 " + size + " 0 65534",
+        "\n6 " + size +
+            " 0|log ensure_egid@g: Failed to update effective gid for group root  "
+            "Reason: Operation not permitted|trace ensure_egid@g 6 65534"};
+    EXPECT_EQ(tavtest::in_child([&] {
+                  getgrnam("root"), getgrnam(g32.c_str()); // the lookups' one-time set-up
+                  std::string seen;
+                  auto row = [&](long fail_at, const char *name) {
+                      seen += observe(fail_at, [&] { return ensure_egid(name); });
+                      seen += " " + std::to_string(getegid());
+                  };
+                  row(0, nullptr), row(0, (g32 + "g").c_str()), row(0, g32.c_str());
+                  for (long result : {-1, 8}) {
+                      tavtest::HostInjection sized(
+                          {.sysconf_name = _SC_GETGR_R_SIZE_MAX, .sysconf_result = result});
+                      row(0, "root");
+                  }
+                  row(1, "root"), row(0, "nogroup");
+                  return tavtest::drop_to_nobody() ? (row(0, "root"), seen) : "not nobody";
+              }),
+              std::accumulate(std::begin(rows), std::end(rows), std::string()));
+}
+
+// A name as long as the buffer leaves no room for its terminator.
+TEST(Identity, Hostname) {
+    utsname names{};
+    uname(&names);
+    auto call = [] { return tav_util_get_hostname(); };
+    EXPECT_EQ(observe(0, call), "\n'" + std::string(names.nodename) + "' 64 1");
+    const std::string h63(63, 'h');
+    EXPECT_EQ(tavtest::in_child([&] {
+                  if (unshare(CLONE_NEWUTS) != 0 || sethostname(h63.data(), 63) != 0) {
+                      return std::string("no host name of its own");
+                  }
+                  std::string seen = observe(0, call) + observe(1, call);
+                  sethostname((h63 + "h").data(), 64);
+                  seen += observe(0, call);
+                  tavtest::HostInjection failing(
+                      {.sysconf_name = _SC_HOST_NAME_MAX, .sysconf_result = -1});
+                  return seen + observe(0, call);
+              }),
+              "\n'" + h63 + "' 64 1\nnull 64 0\nnull 64 0\nnull - 0");
 }
 
 } // namespace
