@@ -273,11 +273,9 @@ bool last_signal_is_ours() {
 // Signals 1 to 31 and 64 get the test's handler (9 and 19 can't), then calls
 // such as "i2 c r15" (ignore 2, the common ones, reset 15) run, sigaction
 // failing for `failing`: "first status not TAV_OK, dispositions|reports", as
-// letters: H the handler, I ignored, D default; i or d with flags or a mask.
+// letters: H the handler, I ignored, D default.
 std::string signals_after(const std::string &calls, uint64_t failing) {
     struct sigaction handler {};
-    sigfillset(&handler.sa_mask);
-    handler.sa_flags = SA_RESTART | SA_NODEFER;
     handler.sa_handler = marked;
     for (int signum = 1; signum <= 64; ++signum) {
         sigaction(signum, &handler, nullptr);
@@ -298,11 +296,9 @@ std::string signals_after(const std::string &calls, uint64_t failing) {
     for (int signum = 1; signum <= 64; signum = signum == 31 ? 64 : signum + 1) {
         struct sigaction now {};
         sigaction(signum, nullptr, &now);
-        constexpr int kRestorer = 0x04000000; // added by libc to every disposition
-        const bool bare = (now.sa_flags & ~kRestorer) == 0 && sigisemptyset(&now.sa_mask);
         letters += signum == 64 && !last_signal_is_ours() ? '-'
-                   : now.sa_handler == SIG_IGN            ? "Ii"[!bare]
-                   : now.sa_handler == SIG_DFL            ? "Dd"[!bare]
+                   : now.sa_handler == SIG_IGN            ? 'I'
+                   : now.sa_handler == SIG_DFL            ? 'D'
                                                           : 'H';
     }
     return letters + reports();
