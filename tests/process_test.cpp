@@ -165,9 +165,14 @@ TEST(AwaitChild, PollsKillsAndReports) {
     }
 }
 
-// A child asleep under a first argument longer than the 299 bytes that the
-// search reads, with an environment of its own.
-TEST(ProcessSearch, FindsTheFirstArgumentByBothModes) {
+// A stand-in for /proc: directories named after processes that stay (1, and C,
+// a child asleep under a first argument longer than the 299 bytes the search
+// reads, with an environment of its own), after no process, not numeric, and
+// a file named after a process. Rows: "status count counted pids|reports",
+// counted: without an array. Each allocation failing gives one kind of "status
+// count pids live|reports" (count - unwritten; pids u: untouched, n: null and
+// the size asked, a: an array). A path the filter can't build drops its entry.
+TEST(ProcessSearch, FirstArgumentsInAStandIn) {
     const std::string dir = "/tmp/tavproc-" + to_string(getpid()) + std::string(200, 'd');
     const std::string path = dir + "/" + std::string(120, 's') + "-sleeper", arg = "7919.271828";
     std::filesystem::create_directories(dir);
@@ -175,41 +180,34 @@ TEST(ProcessSearch, FindsTheFirstArgumentByBothModes) {
     tav_proc_handle handle = nullptr;
     const Words argv = {path.c_str(), arg.c_str(), nullptr}, env = {"A=1", "B=2", nullptr};
     ASSERT_EQ(tav_spawn(v(argv), v(env), &handle), TAV_OK);
-    const std::string proc = "/proc/" + to_string(pid_in(handle)) + "/", p = path.substr(5, 16);
+    const std::string child = to_string(pid_in(handle)), proc = "/proc/" + child + "/";
     while (slurp(proc + "cmdline") != path + '\0' + arg + '\0') {
         usleep(1000); // until execve is done
     }
     EXPECT_EQ(slurp(proc + "environ"), std::string("A=1\0B=2\0", 8));
-    const std::string p299 = path.substr(0, 299), p300 = path.substr(0, 300);
-    const std::tuple<std::string, int32_t, int> rows[] = {
-        {p299, 1, 1}, {p300, 1, 0}, {p, 1, 0}, {p, -7, 1}, {arg, 0, 0}};
-    for (const auto &[text, mode, found] : rows) {
+    for (const char *name : {"1", "4194305", "self", "one/1", child.c_str()}) {
+        std::filesystem::create_directories(dir + "/" + name);
+    }
+    std::ofstream(dir + "/" + to_string(getppid()));
+    tavtest::HostFaults &faults = tavtest::host_faults();
+    faults.scandir_in = dir.c_str();
+    const std::string p = path.substr(5, 16), p299 = path.substr(0, 299), p300 = p299 + 's';
+    const std::tuple<std::string, int32_t, std::string> rows[] = {
+        {p299, 1, "0 1 1 C"}, {p300, 1, "0 0 0"}, {p, 1, "0 0 0"},
+        {p, -7, "0 1 1 C"},   {arg, 0, "0 0 0"},  {"", 0, "0 2 2 1 C"}};
+    for (const auto &[text, mode, expected] : rows) {
         tavtest::clear_reports();
         uint32_t *pids = nullptr;
         uint64_t count = 0, counted = 0;
         const int st = tav_util_pid_of(text.c_str(), mode, &pids, &count) +
                        tav_util_pid_of(text.c_str(), mode, nullptr, &counted);
-        const auto mine = std::count(pids, pids + count, uint32_t(pid_in(handle)));
-        EXPECT_EQ(to_string(st) + reports() + " " + to_string(mine) + " " + to_string(counted),
-                  "0 " + to_string(found) + " " + to_string(count));
+        std::string seen = to_string(st) + " " + to_string(count) + " " + to_string(counted);
+        for (uint64_t i = 0; i < count; ++i) {
+            seen += " " + (to_string(pids[i]) == child ? "C" : to_string(pids[i]));
+        }
+        EXPECT_EQ(seen + reports(), expected);
         std::free(pids);
     }
-    kill(pid_in(handle), SIGKILL), waitpid(pid_in(handle), nullptr, 0);
-    tav_free_proc_handle(&handle);
-    std::filesystem::remove_all(dir);
-}
-
-// A stand-in for /proc: directories named after processes that stay (1, this
-// one), after no process, not numeric, and a file named after a process. Each
-// allocation failing gives one kind of "status count pids live|reports"
-// (count - unwritten; pids u: untouched, n: null and the size asked, a: an
-// array). A path the filter can't build drops its entry: 1 or this one.
-TEST(ProcessSearch, ScanOfAStandInDirectory) {
-    const std::string dir = "/tmp/tavscan-" + to_string(getpid()), me = to_string(getpid());
-    for (const char *name : {"1", "4194305", "self", "one/1", me.c_str()}) {
-        std::filesystem::create_directories(dir + "/" + name);
-    }
-    std::ofstream(dir + "/" + to_string(getppid()));
     const std::set<std::string> kinds = {
         "0 1 a 1|trace tav_util_vasprintf@v 2|trace vet_possible_directory@p 2|log "
         "vet_possible_directory Failed to allocate path",
@@ -225,8 +223,6 @@ TEST(ProcessSearch, ScanOfAStandInDirectory) {
     uint64_t count = 77;
     tav_status st = TAV_OK;
     std::set<std::string> seen;
-    tavtest::HostFaults &faults = tavtest::host_faults();
-    faults.scandir_in = dir.c_str();
     auto search = [&] { pids = untouched, count = 77, st = tav_util_pid_of("", 0, &pids, &count); };
     tavtest::clear_reports();
     tavtest::for_each_allocation_failure(search, [&](long nth, const tavtest::AllocRun &run) {
@@ -238,7 +234,6 @@ TEST(ProcessSearch, ScanOfAStandInDirectory) {
         tavtest::clear_reports();
     });
     EXPECT_EQ(seen, kinds);
-    EXPECT_EQ(to_string(count) + " " + to_string(pids[0]) + " " + to_string(pids[1]), "2 1 " + me);
     std::free(pids);
     const std::string one = dir + "/one", none = dir + "/self";
     faults.scandir_in = one.c_str(); // whose entry vanishes, or whose read fails
@@ -256,6 +251,8 @@ TEST(ProcessSearch, ScanOfAStandInDirectory) {
                   to_string(tavtest::reports().at(0).severity) + reports(),
               "0 0 null 7|log tav_util_pid_of Nothing suitable in /proc");
     EXPECT_EQ(vet_possible_directory(nullptr), 0);
+    kill(pid_in(handle), SIGKILL), waitpid(pid_in(handle), nullptr, 0);
+    tav_free_proc_handle(&handle);
     std::filesystem::remove_all(dir);
 }
 
