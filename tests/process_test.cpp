@@ -293,9 +293,11 @@ std::string signals_after(const std::string &calls, uint64_t failing) {
     for (int signum = 1; signum <= 64; signum = signum == 31 ? 64 : signum + 1) {
         struct sigaction now {};
         sigaction(signum, nullptr, &now);
+        constexpr int kRestorer = 0x04000000; // added by libc to every disposition
+        const bool bare = (now.sa_flags & ~kRestorer) == 0 && sigisemptyset(&now.sa_mask);
         letters += signum == 64 && !last_signal_is_ours() ? '-'
-                   : now.sa_handler == SIG_IGN            ? 'I'
-                   : now.sa_handler == SIG_DFL            ? 'D'
+                   : now.sa_handler == SIG_IGN            ? "Ii"[!bare]
+                   : now.sa_handler == SIG_DFL            ? "Dd"[!bare]
                                                           : 'H';
     }
     return letters + reports();
