@@ -2,7 +2,6 @@
 #include "recorder.hpp"
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <dirent.h>
 #include <dlfcn.h>

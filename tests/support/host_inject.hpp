@@ -1,5 +1,5 @@
-// Lets a test make the process and host calls of the library fail or look
-// elsewhere, and run a body in a child when it changes what the process shares.
+// Makes the process and host calls of the library fail or look elsewhere, and
+// runs a body in a child when it changes what the process shares.
 #pragma once
 
 #include <cstdint>
