@@ -1,16 +1,14 @@
 // Independent records on several threads at once: each thread repeats a round
-// over every family with a record or a handle and must end with the results
+// over every family with a record or a handle, and must end with the results
 // of one reference round.
 #include <fcntl.h>
 #include <filesystem>
-#include <sys/stat.h>
 #include <thread>
 
 #include "rows.hpp"
 
 namespace {
 
-void *make_int() { return calloc(1, sizeof(int)); }
 void *clone_int(void *source) { return tav_util_memdup(source, sizeof(int)); }
 
 // `own` is a file no other thread writes, `shared` a directory all only scan.
@@ -18,39 +16,33 @@ std::string work(const std::string &own, const std::string &shared) {
     tav_util_strbuf *sb = tav_util_strbuf_new(0);
     tav_util_sum sum;
     tav_util_sum_init(&sum, 4);
-    tav_collection *c = tav_collection_new("ints", make_int, clone_int, free);
+    tav_collection *c = tav_collection_new("ints", nullptr, clone_int, free);
     for (int i = 0; i < 100; ++i) {
         tav_util_strbuf_append_f(sb, "%d,", i);
-        tav_util_sum_inc(&sum, i);
-        tav_collection_element_add(c, &i);
+        tav_util_sum_inc(&sum, tav_collection_element_add(c, &i) ? i : -1);
     }
     tav_util_strbuf_substitute(sb, ",", 0, "%s", "; ");
-    tav_util_sum_next(&sum);
     tav_util_prng_state prng;
     uint8_t bytes[4096], *back = nullptr;
     uint64_t hash = 0, size = 0;
-    tav_util_seed_prng(&prng, 42, 7);
-    tav_util_prng_fill(&prng, bytes, sizeof bytes);
-    tav_util_hash64(bytes, sizeof bytes, &hash);
     int32_t code = -1;
     char *const argv[] = {const_cast<char *>("/bin/false"), nullptr};
-    const int st = tav_spawn_and_wait(argv, nullptr, &code) +
-                   tav_util_write_named_file(own.c_str(), 1, bytes, sizeof bytes, nullptr) +
+    const int st = tav_util_seed_prng(&prng, 42, 7) + tav_util_prng_fill(&prng, bytes, 4096) +
+                   tav_util_hash64(bytes, 4096, &hash) + tav_spawn_and_wait(argv, nullptr, &code) +
+                   tav_util_write_named_file(own.c_str(), 1, bytes, 4096, nullptr) +
                    tav_util_read_named_file(own.c_str(), &back, &size, nullptr);
     std::string seen = tav_util_strbuf_getstr(sb) + ("|" + std::to_string(hash)) + " " +
-                       std::to_string(tav_util_sum_get(&sum)) + " " +
+                       std::to_string(tav_util_sum_next(&sum)) + " " +
                        std::to_string(*static_cast<int *>(tav_collection_element(c, 99))) + " " +
                        std::to_string(st) + " " + std::to_string(code) + " " +
-                       std::to_string(size == sizeof bytes && memcmp(back, bytes, size) == 0);
+                       std::to_string(size == 4096 && memcmp(back, bytes, size) == 0);
     tav_util_strbuf_free(sb);
     tav_util_sum_free(&sum);
     tav_collection_free(c);
     free(back);
     tav_util_dirscan_handle *scan = tav_util_dirscan_begin(shared.c_str());
-    while (tav_util_dirscan(scan) == TAV_OK) {
-        char *name = tav_dirscan_file_name(scan);
-        seen += std::string("|") + name;
-        free(name);
+    for (char *name; tav_util_dirscan(scan) == TAV_OK; free(name)) {
+        seen += std::string("|") + (name = tav_dirscan_file_name(scan));
     }
     tav_util_dirscan_end(scan);
     return seen;
@@ -60,12 +52,12 @@ TEST(Threads, IndependentRecordsAgreeWithOneThread) {
     char dir[] = "/tmp/tavutil_threadsXXXXXX";
     ASSERT_NE(mkdtemp(dir), nullptr);
     const std::string shared = std::string(dir) + "/scan";
-    mkdir(shared.c_str(), 0700);
+    std::filesystem::create_directory(shared);
     for (const char *name : {"b", "A", "c"}) {
         close(creat((shared + "/" + name).c_str(), 0600));
     }
-    const std::string expected = work(std::string(dir) + "/main", shared);
-    EXPECT_NE(expected.find(" 99 0 1 1|A|b|c"), std::string::npos) << expected;
+    const std::string expected = work(dir + std::string("/main"), shared);
+    EXPECT_NE(expected.find(" 4950.000000 99 0 1 1|A|b|c"), std::string::npos) << expected;
     std::string differing[4];
     {
         std::jthread threads[4];
