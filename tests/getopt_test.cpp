@@ -10,7 +10,7 @@ namespace {
 
 std::string calls;
 char *text;
-int32_t number, flag, consumed;
+int32_t number, flag;
 tav_status custom_failure = TAV_ERR_TIMEOUT;
 extern const tav_util_option rows[];
 
@@ -48,15 +48,14 @@ std::string reports() {
 
 TEST(Getopt, Walk) {
     const std::string none = "s= n=0 f=0 -> ", s300(300, 's'), n300 = std::string(299, '0') + "7";
-    const auto up = [](const std::string &status) {
-        return "|process_option " + status + "|getopt_from " + status + "|getopt_from " + status;
+    const auto up = [](const std::string &st) {
+        return "|process_option " + st + "|getopt_from " + st + "|getopt_from " + st;
     };
     const std::string missing = "6|!process_option Missing mandatory option\n" + up("6");
     // Through tav_util_getopt, or tav_util_getopt_from a start @N. '' is empty.
     const std::string cases[] = {
-        "prog -- -abc /alpha --alpha=1 x /a --a /-a -a // - / '' /usr/bin ---a -z => 2() 0() 0() "
-        "3() 3() 0() 11() " +
-            none + "0",
+        "prog -- -abc /alpha --alpha=1 x /a --a /-a -a => 2() 0() 0() 3() 3() 0() " + none + "0",
+        "prog // - / '' /usr/bin ---a -z => 11() " + none + "0",
         "prog -b -a -beta /beta --beta '' => 1(-a) 1(/beta) 1() " + none + "0",
         "prog -a -b => 0() " + none + missing,
         "prog -s " + s300 + " --num " + n300 + " /flag -f --num -9x => s=300 n=-9 f=1 -> 0",
@@ -75,22 +74,22 @@ TEST(Getopt, Walk) {
         "@0 -a -N => 0() " + none + "0",
         "@2 prog -a => " + none + "0",
         "@-1 prog -a => " + none + "7|getopt_from 7"};
+    tavtest::clear_reports();
     for (const std::string &row : cases) {
-        std::istringstream words(row.substr(0, row.find(" => ")));
-        std::vector<std::string> tokens{std::istream_iterator<std::string>(words), {}};
+        std::istringstream in(row.substr(0, row.find(" => ")));
+        std::vector<std::string> tokens{std::istream_iterator<std::string>(in), {}};
+        const bool from = row[0] == '@';
         std::vector<char *> argv;
-        const int32_t start = row[0] == '@' ? std::stoi(row.substr(1)) : -2;
-        tokens.erase(tokens.begin(), tokens.begin() + (start != -2));
         for (std::string &token : tokens) {
             argv.push_back((token = token == "''" ? "" : token).data());
         }
-        const auto argc = static_cast<int32_t>(argv.size());
         argv.push_back(nullptr);
-        calls.clear(), number = flag = 0;
-        tavtest::clear_reports();
-        const tav_status status = start == -2
-                                      ? tav_util_getopt(argc, argv.data(), rows, std::size(rows))
-                                      : tav_util_getopt_from(argc, argv.data(), rows, 12, start);
+        const auto argc = static_cast<int32_t>(argv.size() - 1 - from);
+        calls.clear();
+        number = flag = 0;
+        const tav_status status =
+            from ? tav_util_getopt_from(argc, &argv[1], rows, 12, std::stoi(tokens[0].substr(1)))
+                 : tav_util_getopt(argc, argv.data(), rows, std::size(rows));
         const std::string stored = text ? text : "";
         EXPECT_EQ(calls + "s=" + (stored.size() > 9 ? std::to_string(stored.size()) : stored) +
                       " n=" + std::to_string(number) + " f=" + std::to_string(flag) + " -> " +
@@ -100,34 +99,36 @@ TEST(Getopt, Walk) {
     }
 }
 
-TEST(Getopt, Refusals) {
+// The refusals, then each standard handler's status and count (1 for a flag,
+// else 2), and the string handler's one allocation failing.
+TEST(Getopt, RefusalsAndAllocationFailure) {
     char *argv[] = {const_cast<char *>("prog"), const_cast<char *>("-s"), const_cast<char *>("v")};
+    int32_t c[4] = {};
     tavtest::clear_reports();
-    int32_t c[3] = {};
     const std::vector<int> refused = {tav_util_getopt(3, nullptr, rows, 1),
+                                      tav_util_getopt(3, argv, nullptr, 1),
                                       tav_util_getopt(3, argv, rows, 0),
+                                      tav_util_getopt_from(3, nullptr, rows, 1, 1),
                                       tav_util_getopt_from(3, argv, nullptr, 1, 1),
+                                      tav_util_getopt_from(3, argv, rows, 0, 1),
                                       tav_util_getopt_from(3, argv, rows, -1, 1),
-                                      tav_util_getopt_flag(rows, nullptr, &consumed),
+                                      tav_util_getopt_flag(rows, nullptr, &c[3]),
+                                      tav_util_getopt_flag(nullptr, nullptr, &c[3]),
+                                      tav_util_getopt_int(&rows[6], nullptr, &c[3]),
+                                      tav_util_getopt_int(&rows[6], "5", nullptr),
                                       tav_util_getopt_string(&rows[5], "v", nullptr),
+                                      c[3],
                                       tav_util_getopt_flag(&rows[7], nullptr, &c[0]),
                                       c[0],
                                       tav_util_getopt_int(&rows[6], "5", &c[1]),
                                       c[1],
                                       tav_util_getopt_string(&rows[5], "v", &c[2]),
-                                      c[2],
-                                      tav_util_getopt(3, argv, nullptr, 1),
-                                      tav_util_getopt_from(3, nullptr, rows, 1, 1),
-                                      tav_util_getopt_from(3, argv, rows, 0, 1),
-                                      tav_util_getopt_flag(nullptr, nullptr, &consumed),
-                                      tav_util_getopt_int(&rows[6], nullptr, &consumed),
-                                      tav_util_getopt_int(&rows[6], "5", nullptr)};
+                                      c[2]};
+    EXPECT_EQ(refused, (std::vector<int>{3, 3, 7, 3, 3, 7, 7, 3, 3, 3, 3, 3, 0, 0, 1, 0, 2, 0, 2}));
+    EXPECT_EQ(reports(), "|getopt 3|getopt 3|getopt 7|getopt_from 3|getopt_from 3|getopt_from 7|"
+                         "getopt_from 7|getopt_flag 3|getopt_flag 3|getopt_int 3|getopt_int 3|"
+                         "getopt_string 3");
     tav_util_free(&text);
-    // The refusals, then each standard handler's status and count: 1 for a flag, else 2.
-    EXPECT_EQ(refused, (std::vector<int>{3, 7, 3, 7, 3, 3, 0, 1, 0, 2, 0, 2, 3, 3, 7, 3, 3, 3}));
-    EXPECT_EQ(reports(),
-              "|getopt 3|getopt 7|getopt_from 3|getopt_from 7|getopt_flag 3|getopt_string "
-              "3|getopt 3|getopt_from 3|getopt_from 7|getopt_flag 3|getopt_int 3|getopt_int 3");
     tav_status status = TAV_OK;
     const long runs = tavtest::for_each_allocation_failure(
         [&] { status = tav_util_getopt(3, argv, rows, std::size(rows)); },
