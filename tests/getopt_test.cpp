@@ -103,8 +103,9 @@ TEST(Getopt, Walk) {
 // else 2), and the string handler's one allocation failing.
 TEST(Getopt, RefusalsAndAllocationFailure) {
     char *argv[] = {const_cast<char *>("prog"), const_cast<char *>("-s"), const_cast<char *>("v")};
-    int32_t c[4] = {};
+    int32_t n = 0, f = 0, i = 0, s = 0; // counts
     tavtest::clear_reports();
+    const tav_util_option *str = &rows[5], *num = &rows[6], *flg = &rows[7];
     const std::vector<int> refused = {tav_util_getopt(3, nullptr, rows, 1),
                                       tav_util_getopt(3, argv, nullptr, 1),
                                       tav_util_getopt(3, argv, rows, 0),
@@ -112,19 +113,16 @@ TEST(Getopt, RefusalsAndAllocationFailure) {
                                       tav_util_getopt_from(3, argv, nullptr, 1, 1),
                                       tav_util_getopt_from(3, argv, rows, 0, 1),
                                       tav_util_getopt_from(3, argv, rows, -1, 1),
-                                      tav_util_getopt_flag(rows, nullptr, &c[3]),
-                                      tav_util_getopt_flag(nullptr, nullptr, &c[3]),
-                                      tav_util_getopt_int(&rows[6], nullptr, &c[3]),
-                                      tav_util_getopt_int(&rows[6], "5", nullptr),
-                                      tav_util_getopt_string(&rows[5], "v", nullptr),
-                                      c[3],
-                                      tav_util_getopt_flag(&rows[7], nullptr, &c[0]),
-                                      c[0],
-                                      tav_util_getopt_int(&rows[6], "5", &c[1]),
-                                      c[1],
-                                      tav_util_getopt_string(&rows[5], "v", &c[2]),
-                                      c[2]};
-    EXPECT_EQ(refused, (std::vector<int>{3, 3, 7, 3, 3, 7, 7, 3, 3, 3, 3, 3, 0, 0, 1, 0, 2, 0, 2}));
+                                      tav_util_getopt_flag(rows, nullptr, &n),
+                                      tav_util_getopt_flag(nullptr, nullptr, &n),
+                                      tav_util_getopt_int(num, nullptr, &n),
+                                      tav_util_getopt_int(num, "5", nullptr),
+                                      tav_util_getopt_string(str, "v", nullptr),
+                                      tav_util_getopt_flag(flg, nullptr, &f),
+                                      tav_util_getopt_int(num, "5", &i),
+                                      tav_util_getopt_string(str, "v", &s)};
+    EXPECT_EQ(refused, (std::vector<int>{3, 3, 7, 3, 3, 7, 7, 3, 3, 3, 3, 3, 0, 0, 0}));
+    EXPECT_EQ(std::tuple(n, f, i, s), std::tuple(0, 1, 2, 2));
     EXPECT_EQ(reports(), "|getopt 3|getopt 3|getopt 7|getopt_from 3|getopt_from 3|getopt_from 7|"
                          "getopt_from 7|getopt_flag 3|getopt_flag 3|getopt_int 3|getopt_int 3|"
                          "getopt_string 3");
