@@ -25,16 +25,20 @@ std::string work(const std::string &own, const std::string &shared) {
     tav_util_prng_state prng;
     uint8_t bytes[4096], *back = nullptr;
     uint64_t hash = 0, size = 0;
-    int32_t code = -1;
+    int32_t code = -1, number = 0;
     char *const argv[] = {const_cast<char *>("/bin/false"), nullptr};
+    char *const options[] = {argv[0], const_cast<char *>("--number"), const_cast<char *>("41")};
+    const tav_util_option rows[] = {{'n', "number", tav_util_getopt_int, &number, 1}};
     const int st = tav_util_seed_prng(&prng, 42, 7) + tav_util_prng_fill(&prng, bytes, 4096) +
                    tav_util_hash64(bytes, 4096, &hash) + tav_spawn_and_wait(argv, nullptr, &code) +
+                   tav_util_getopt(3, options, rows, 1) +
                    tav_util_write_named_file(own.c_str(), 1, bytes, 4096, nullptr) +
                    tav_util_read_named_file(own.c_str(), &back, &size, nullptr);
     std::string seen = tav_util_strbuf_getstr(sb) + ("|" + std::to_string(hash)) + " " +
                        std::to_string(tav_util_sum_next(&sum)) + " " +
                        std::to_string(*static_cast<int *>(tav_collection_element(c, 99))) + " " +
                        std::to_string(st) + " " + std::to_string(code) + " " +
+                       std::to_string(number) + " " +
                        std::to_string(size == 4096 && memcmp(back, bytes, size) == 0);
     tav_util_strbuf_free(sb);
     tav_util_sum_free(&sum);
@@ -57,7 +61,7 @@ TEST(Threads, IndependentRecordsAgreeWithOneThread) {
         close(creat((shared + "/" + name).c_str(), 0600));
     }
     const std::string expected = work(dir + std::string("/main"), shared);
-    EXPECT_NE(expected.find(" 4950.000000 99 0 1 1|A|b|c"), std::string::npos) << expected;
+    EXPECT_NE(expected.find(" 4950.000000 99 0 1 41 1|A|b|c"), std::string::npos) << expected;
     std::string differing[4];
     {
         std::jthread threads[4];
