@@ -1,19 +1,16 @@
 // The option walk as one table: a command line in; the handler calls (row and
 // argument), the stored values, the status and the reports out.
-#include <gtest/gtest.h>
-
+#include <iterator>
 #include <regex>
 #include <sstream>
 
-#include "alloc_inject.hpp"
-#include "recorder.hpp"
-#include "tavutil.h"
+#include "rows.hpp"
 
 namespace {
 
 std::string calls;
 char *text;
-int32_t number, flag, consumed;
+int32_t number, flag;
 tav_status custom_failure = TAV_ERR_TIMEOUT;
 extern const tav_util_option rows[];
 
@@ -25,98 +22,118 @@ tav_status note(const tav_util_option *row, const char *argument, int32_t *count
 }
 
 // Row 2 answers "--", 3 has a long name only, 4 is shadowed by row 0, 11 answers "//".
-// clang-format off
-const tav_util_option rows[] = {
-    {'a', "alpha", note, nullptr, 0}, {'b', "beta", note, nullptr, 1}, {'-', "", note, nullptr, 0},
-    {0, "a", note, nullptr, 0}, {'a', "alpha", note, nullptr, 1}, {'s', "str", tav_util_getopt_string, &text, 1},
-    {'n', "num", tav_util_getopt_int, &number, 1}, {'f', "flag", tav_util_getopt_flag, &flag, 0},
-    {'S', "", tav_util_getopt_string, &text, 0}, {'F', "", tav_util_getopt_flag, &flag, 1},
-    {'x', "fail", note, &custom_failure, 0}, {'/', "", note, nullptr, 0},
-    {'N', "", tav_util_getopt_int, &number, 0}, {'h', "", nullptr, nullptr, 0}};
-// clang-format on
+const tav_util_option rows[] = {{'a', "alpha", note, nullptr, 0},
+                                {'b', "beta", note, nullptr, 1},
+                                {'-', "", note, nullptr, 0},
+                                {0, "a", note, nullptr, 0},
+                                {'a', "alpha", note, nullptr, 1},
+                                {'s', "str", tav_util_getopt_string, &text, 1},
+                                {'n', "num", tav_util_getopt_int, &number, 1},
+                                {'f', "flag", tav_util_getopt_flag, &flag, 0},
+                                {'S', "", tav_util_getopt_string, &text, 0},
+                                {'F', "", tav_util_getopt_flag, &flag, 1},
+                                {'x', "fail", note, &custom_failure, 0},
+                                {'/', "", note, nullptr, 0},
+                                {'N', "", tav_util_getopt_int, &number, 0},
+                                {'h', "", nullptr, nullptr, 0}};
 
-// The status, then each report: the function's name for a trace of that
-// status ("name:status" for another), "!name text" for a plain line.
-std::string reports(tav_status status) {
-    std::string seen = std::to_string(status);
-    const std::regex traced("^trace (tav_util_)?(\\w+) src/getopt_ops\\.cpp " + seen + "$"),
-        other("^trace (tav_util_)?(\\w+) src/getopt_ops\\.cpp (\\d+)$");
-    for (const std::string &line : tavtest::report_summary()) {
-        const std::string shown =
-            std::regex_replace(std::regex_replace(line, traced, "$2"), other, "$2:$3");
-        seen += " " + std::regex_replace(shown, std::regex("^log "), "!");
-    }
-    return seen;
+// The reports so far as "name status", "!name text".
+std::string reports() {
+    const std::regex trace("trace (tav_util_)?(\\w+) src/getopt_ops\\.cpp"), log("log (\\w+)");
+    const std::string said = tavtest::said();
+    return said.empty()
+               ? ""
+               : "|" + std::regex_replace(std::regex_replace(said, trace, "$2"), log, "!$1");
 }
 
 TEST(Getopt, Walk) {
-    const std::string up = " process_option getopt_from getopt_from", none = "s= n=0 f=0 => ";
-    const std::string missing = "6 !process_option Missing mandatory option\n" + up;
-    const std::string s300(300, 's'), n300 = std::string(299, '0') + "7";
-    // Through tav_util_getopt, or tav_util_getopt_from a start "N:". Tokens split
-    // at blanks, '' is empty.
-    // clang-format off
-    const std::pair<std::string, std::string> cases[] = {
-        {"prog -- -abc /alpha --alpha=1 x /a --a /-a -a // - / '' /usr/bin ---a -z", "2() 0() 0() 3() 3() 0() 11() " + none + "0"},
-        {"prog -b -a -beta /beta --beta ''", "1(-a) 1(/beta) 1() " + none + "0"}, {"prog -a -b", "0() " + none + missing},
-        {"prog -s " + s300 + " --num " + n300 + " /flag -f --num -9x", "s=300 n=-9 f=1 => 0"}, {"prog -s s" + s300, none + "7 getopt_string" + up},
-        {"prog -n 0" + n300, none + "7 getopt_int" + up}, {"prog -s a -s b", "s=a n=0 f=0 => 7 getopt_string" + up},
-        {"prog -n 5 -s '' -n ''", "s= n=5 f=0 => 7 getopt_int" + up}, {"prog -S", none + "3 getopt_string" + up},
-        {"prog -N", none + "3 getopt_int" + up}, {"prog -F x", none + "7 getopt_flag" + up}, {"prog -F", none + missing},
-        {"prog -h", none + "3" + up}, {"prog -a --fail -a", "0() 10() " + none + "36" + up}, {"prog", none + "0"},
-        {"", none + "7 getopt"}, {"0: -a -N", "0() " + none + "0"}, {"2: prog -a", none + "0"}, {"-1: prog -a", none + "7 getopt_from"}};
-    // clang-format on
-    for (const auto &[command_line, outcome] : cases) {
-        std::istringstream words(command_line);
-        std::vector<std::string> tokens;
+    const std::string none = "s= n=0 f=0 -> ", s300(300, 's'), n300 = std::string(299, '0') + "7";
+    const auto up = [](const std::string &st) {
+        return "|process_option " + st + "|getopt_from " + st + "|getopt_from " + st;
+    };
+    const std::string missing = "6|!process_option Missing mandatory option\n" + up("6");
+    // Through tav_util_getopt, or tav_util_getopt_from a start @N. '' is empty.
+    const std::string cases[] = {
+        "prog -- -abc /alpha --alpha=1 x /a --a /-a -a => 2() 0() 0() 3() 3() 0() " + none + "0",
+        "prog // - / '' /usr/bin ---a -z => 11() " + none + "0",
+        "prog -b -a -beta /beta --beta '' => 1(-a) 1(/beta) 1() " + none + "0",
+        "prog -a -b => 0() " + none + missing,
+        "prog -s " + s300 + " --num " + n300 + " /flag -f --num -9x => s=300 n=-9 f=1 -> 0",
+        "prog -s s" + s300 + " => " + none + "7|getopt_string 7" + up("7"),
+        "prog -n 0" + n300 + " => " + none + "7|getopt_int 7" + up("7"),
+        "prog -s a -s b => s=a n=0 f=0 -> 7|getopt_string 7" + up("7"),
+        "prog -n 5 -s '' -n '' => s= n=5 f=0 -> 7|getopt_int 7" + up("7"),
+        "prog -S => " + none + "3|getopt_string 3" + up("3"),
+        "prog -N => " + none + "3|getopt_int 3" + up("3"),
+        "prog -F x => " + none + "7|getopt_flag 7" + up("7"),
+        "prog -F => " + none + missing,
+        "prog -h => " + none + "3" + up("3"),
+        "prog -a --fail -a => 0() 10() " + none + "36" + up("36"),
+        "prog => " + none + "0",
+        " => " + none + "7|getopt 7",
+        "@0 -a -N => 0() " + none + "0",
+        "@2 prog -a => " + none + "0",
+        "@-1 prog -a => " + none + "7|getopt_from 7"};
+    tavtest::clear_reports();
+    for (const std::string &row : cases) {
+        std::istringstream in(row.substr(0, row.find(" => ")));
+        std::vector<std::string> tokens{std::istream_iterator<std::string>(in), {}};
+        const bool from = row[0] == '@';
         std::vector<char *> argv;
-        tokens.reserve(32);
-        int32_t start = -2;
-        command_line.find(':') == std::string::npos || (words >> start).ignore(1);
-        for (std::string word; words >> word; argv.push_back(tokens.back().data())) {
-            tokens.push_back(word == "''" ? "" : word);
+        for (std::string &token : tokens) {
+            argv.push_back((token = token == "''" ? "" : token).data());
         }
-        const auto argc = static_cast<int32_t>(tokens.size());
         argv.push_back(nullptr);
-        calls.clear(), number = flag = 0;
-        tavtest::clear_reports();
-        const tav_status status = start == -2
-                                      ? tav_util_getopt(argc, argv.data(), rows, std::size(rows))
-                                      : tav_util_getopt_from(argc, argv.data(), rows, 12, start);
+        const auto argc = static_cast<int32_t>(argv.size() - 1 - from);
+        calls.clear();
+        number = flag = 0;
+        const tav_status status =
+            from ? tav_util_getopt_from(argc, &argv[1], rows, 12, std::stoi(tokens[0].substr(1)))
+                 : tav_util_getopt(argc, argv.data(), rows, std::size(rows));
         const std::string stored = text ? text : "";
         EXPECT_EQ(calls + "s=" + (stored.size() > 9 ? std::to_string(stored.size()) : stored) +
-                      " n=" + std::to_string(number) + " f=" + std::to_string(flag) + " => " +
-                      reports(status),
-                  outcome);
-        const auto &made = tavtest::reports(); // traced twice: two lines
-        EXPECT_TRUE(made.size() < 3 || made.back().line != made[made.size() - 2].line);
+                      " n=" + std::to_string(number) + " f=" + std::to_string(flag) + " -> " +
+                      std::to_string(status) + reports(),
+                  row.substr(row.find(" => ") + 4));
         tav_util_free(&text);
     }
+}
+
+// The refusals, then each standard handler's status and count (1 for a flag,
+// else 2), and the string handler's one allocation failing.
+TEST(Getopt, RefusalsAndAllocationFailure) {
     char *argv[] = {const_cast<char *>("prog"), const_cast<char *>("-s"), const_cast<char *>("v")};
+    int32_t n = 0, f = 0, i = 0, s = 0; // counts
     tavtest::clear_reports();
-    // clang-format off
-    const std::vector<int> refused = {
-        tav_util_getopt(3, nullptr, rows, 1), tav_util_getopt(3, argv, rows, 0), tav_util_getopt_from(3, argv, nullptr, 1, 1),
-        tav_util_getopt_from(3, argv, rows, -1, 1), tav_util_getopt_flag(rows, nullptr, &consumed),
-        tav_util_getopt_string(&rows[5], "v", nullptr), tav_util_getopt_flag(&rows[7], nullptr, &consumed), consumed,
-        tav_util_getopt_int(&rows[6], "5", &consumed), consumed, (consumed = 0, tav_util_getopt_string(&rows[5], "v", &consumed)), consumed,
-        tav_util_getopt(3, argv, nullptr, 1), tav_util_getopt_from(3, nullptr, rows, 1, 1), tav_util_getopt_from(3, argv, rows, 0, 1),
-        tav_util_getopt_flag(nullptr, nullptr, &consumed), tav_util_getopt_int(&rows[6], nullptr, &consumed), tav_util_getopt_int(&rows[6], "5", nullptr)};
-    // clang-format on
+    const tav_util_option *str = &rows[5], *num = &rows[6], *flg = &rows[7];
+    const std::vector<int> refused = {tav_util_getopt(3, nullptr, rows, 1),
+                                      tav_util_getopt(3, argv, nullptr, 1),
+                                      tav_util_getopt(3, argv, rows, 0),
+                                      tav_util_getopt_from(3, nullptr, rows, 1, 1),
+                                      tav_util_getopt_from(3, argv, nullptr, 1, 1),
+                                      tav_util_getopt_from(3, argv, rows, 0, 1),
+                                      tav_util_getopt_from(3, argv, rows, -1, 1),
+                                      tav_util_getopt_flag(rows, nullptr, &n),
+                                      tav_util_getopt_flag(nullptr, nullptr, &n),
+                                      tav_util_getopt_int(num, nullptr, &n),
+                                      tav_util_getopt_int(num, "5", nullptr),
+                                      tav_util_getopt_string(str, "v", nullptr),
+                                      tav_util_getopt_flag(flg, nullptr, &f),
+                                      tav_util_getopt_int(num, "5", &i),
+                                      tav_util_getopt_string(str, "v", &s)};
+    EXPECT_EQ(refused, (std::vector<int>{3, 3, 7, 3, 3, 7, 7, 3, 3, 3, 3, 3, 0, 0, 0}));
+    EXPECT_EQ(std::tuple(n, f, i, s), std::tuple(0, 1, 2, 2));
+    EXPECT_EQ(reports(), "|getopt 3|getopt 3|getopt 7|getopt_from 3|getopt_from 3|getopt_from 7|"
+                         "getopt_from 7|getopt_flag 3|getopt_flag 3|getopt_int 3|getopt_int 3|"
+                         "getopt_string 3");
     tav_util_free(&text);
-    // The refusals, then each standard handler's status and count: 1 for a flag, else 2.
-    EXPECT_EQ(refused, (std::vector<int>{3, 7, 3, 7, 3, 3, 0, 1, 0, 2, 0, 2, 3, 3, 7, 3, 3, 3}));
     tav_status status = TAV_OK;
     const long runs = tavtest::for_each_allocation_failure(
         [&] { status = tav_util_getopt(3, argv, rows, std::size(rows)); },
         [&](long, auto &run) { EXPECT_TRUE(status == 2 && !text && run.sizes[0] == 2); });
-    EXPECT_EQ(std::tuple(runs, std::string(text)), std::tuple(1, "v"));
+    EXPECT_EQ(std::tuple(runs, std::string(text), reports()),
+              std::tuple(1, "v", "|getopt_string 2|process_option 2|getopt_from 2|getopt_from 2"));
     tav_util_free(&text);
-    EXPECT_EQ(
-        reports(TAV_OK),
-        "0 getopt:3 getopt:7 getopt_from:3 getopt_from:7 getopt_flag:3 getopt_string:3 getopt:3 "
-        "getopt_from:3 getopt_from:7 getopt_flag:3 getopt_int:3 getopt_int:3 "
-        "getopt_string:2 process_option:2 getopt_from:2 getopt_from:2");
 }
 
 } // namespace
