@@ -68,11 +68,14 @@ TEST(StringOps, HexText) {
     Bytes bytes = {0x00, 0xAB, 0x01, 0x23, 0x45, 0x67, 0x89, 0xCD, 0xEF};
     char *text = nullptr;
     uint8_t *out = nullptr;
-    for (; bytes.size() < 40; bytes.push_back(uint8_t(bytes.size() * 0x35 + 0x0F))) {
-        ASSERT_EQ(tav_util_sprintf_bytes(bytes.data(), bytes.size(), &text), TAV_OK);
-        EXPECT_EQ(text, bytes.size() > 9 ? hex_of(bytes) : "00ab0123456789cdef");
-        std::free(text);
+    for (; bytes.size() < 41; bytes.push_back(uint8_t(bytes.size() * 0x35 + 0x0F))) {
+        for (const size_t length : {bytes.size(), bytes.size() - 9}) {
+            ASSERT_EQ(tav_util_sprintf_bytes(bytes.data(), length, &text), TAV_OK);
+            EXPECT_EQ(text, hex_of(Bytes(bytes.data(), bytes.data() + length)));
+            std::free(text);
+        }
     }
+    EXPECT_EQ(hex_of(Bytes(bytes.data(), bytes.data() + 9)), "00ab0123456789cdef");
     using Row = std::tuple<const char *, uint64_t, Bytes>;
     for (const auto &[hex, length, expected] :
          {Row{"00AB", 4, {0x00, 0xAB}}, Row{"00ab7", 5, {0x00, 0xAB}}, Row{"7", 1, {}},
