@@ -93,8 +93,8 @@ TEST(BitOps, Base64GivesTheWorkedValuesSilentlyInExactBlocks) {
     EXPECT_TRUE(tavtest::reports().empty());
 }
 
-// Round trips at every length across the word-wide paths; foreign bytes strewn
-// anywhere decode as the text without them.
+// Round trips at every length across the word-wide paths; foreign bytes, dense
+// or alone in a clean run, decode as the text without them.
 TEST(BitOps, Base64RoundTripsAndSkipsForeignBytes) {
     std::mt19937 engine(3);
     for (size_t length = 0; length < 80; ++length) {
@@ -112,19 +112,13 @@ TEST(BitOps, Base64RoundTripsAndSkipsForeignBytes) {
         EXPECT_EQ(decode(text), input) << length;
     }
     for (int round = 0; round < 2000; ++round) {
-        std::string text(engine() % 41, '\0'), usable;
+        std::string text(engine() % 121, '\0'), usable;
         for (char &c : text) {
-            c = engine() % 4 != 0 ? kAlphabet[engine() % 64] : static_cast<char>(engine());
+            c = engine() % (round % 2 != 0 ? 4 : 100) != 0 ? kAlphabet[engine() % 64]
+                                                           : static_cast<char>(engine());
             usable += kAlphabet.find(c) != std::string::npos ? std::string(1, c) : "";
         }
         EXPECT_EQ(decode(text), decode(usable)) << text;
-    }
-    const std::string clean = call(kEncode, random_bytes(engine, 75), 75).bytes;
-    const std::string foreign(".,*@[`{:=\n\x80\xff\0", 13); // the alphabet's neighbours
-    for (size_t place = 0; place <= clean.size(); ++place) {
-        EXPECT_EQ(decode(clean.substr(0, place) + foreign[place % 13] + clean.substr(place)),
-                  decode(clean))
-            << place;
     }
 }
 
