@@ -38,16 +38,6 @@ std::string traced(const char *function, std::initializer_list<int> statuses) {
     }
     return lines;
 }
-std::string hex_of(const Bytes &bytes) {
-    std::string text;
-    for (unsigned char byte : bytes) {
-        char pair[3];
-        std::snprintf(pair, sizeof pair, "%02x", byte);
-        text += pair;
-    }
-    return text;
-}
-
 TEST(StringOps, Replace) {
     using Row = std::tuple<std::string, uint64_t, char, char, std::string>;
     for (auto [text, maximum, from, to, expected] :
@@ -60,22 +50,23 @@ TEST(StringOps, Replace) {
     EXPECT_EQ(tav_util_str_replace(nullptr, 5, 'a', 'b'), TAV_OK);
 }
 
-// Each byte is what sscanf "%2x" reads at its place, keeping the value before:
-// every pair behind "5a" with several tails, long blank runs, and a digit run
-// with one other character at each place, at every length.
+// Each byte is what sscanf "%2x" reads at its place, keeping the value before.
 TEST(StringOps, HexText) {
     tavtest::clear_reports();
     Bytes bytes = {0x00, 0xAB, 0x01, 0x23, 0x45, 0x67, 0x89, 0xCD, 0xEF};
-    char *text = nullptr;
-    uint8_t *out = nullptr;
-    for (; bytes.size() < 41; bytes.push_back(uint8_t(bytes.size() * 0x35 + 0x0F))) {
-        for (const size_t length : {bytes.size(), bytes.size() - 9}) {
-            ASSERT_EQ(tav_util_sprintf_bytes(bytes.data(), length, &text), TAV_OK);
-            EXPECT_EQ(text, hex_of(Bytes(bytes.data(), bytes.data() + length)));
-            std::free(text);
-        }
+    for (size_t i = 9; i <= 40; ++i) {
+        bytes.push_back(uint8_t(i * 0x35 + 15));
     }
-    EXPECT_EQ(hex_of(Bytes(bytes.data(), bytes.data() + 9)), "00ab0123456789cdef");
+    char *text = nullptr, pair[3];
+    uint8_t *out = nullptr;
+    std::string hex;
+    for (const uint8_t byte : bytes) {
+        ASSERT_EQ(tav_util_sprintf_bytes(bytes.data(), hex.size() / 2, &text), TAV_OK);
+        EXPECT_EQ(text, hex);
+        std::free(text);
+        std::snprintf(pair, sizeof pair, "%02x", byte);
+        hex += pair;
+    }
     using Row = std::tuple<const char *, uint64_t, Bytes>;
     for (const auto &[hex, length, expected] :
          {Row{"00AB", 4, {0x00, 0xAB}}, Row{"00ab7", 5, {0x00, 0xAB}}, Row{"7", 1, {}},
