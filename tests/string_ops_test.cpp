@@ -121,14 +121,17 @@ TEST(StringOps, HexText) {
 // densities, split by the plain rule.
 TEST(StringOps, Split) {
     std::vector<std::array<std::string, 3>> rows = {
-        {"", ",", ""},           {",,,", ",", ""},         {"abc", ",", "abc"},
-        {"a,b", ",", "a|b"},     {",a,b", ",", "a|b"},     {"a,,b", ",", "a|b"},
-        {"a,b,", ",", "a|b"},    {",,a,,b,,", ",", "a|b"}, {"a--b", "--", "a|b"},
-        {"a---b", "--", "a|-b"}, {"a----b", "--", "a|b"},  {"-a--", "--", "-a"},
-        {"ab", "abc", "ab"},     {"a,b", "", "a,b"},       {"", "", ""}};
+        {"", ",", ""},           {",,,", ",", ""},
+        {"abc", ",", "abc"},     {"a,b", ",", "a|b"},
+        {",a,b", ",", "a|b"},    {"a,,b", ",", "a|b"},
+        {"a,b,", ",", "a|b"},    {",,a,,b,,", ",", "a|b"},
+        {"a--b", "--", "a|b"},   {"a---b", "--", "a|-b"},
+        {"a----b", "--", "a|b"}, {"-a--", "--", "-a"},
+        {"ab", "abc", "ab"},     {"a-b", "--", "a-b"},
+        {"a,b", "", "a,b"},      {"", "", ""}};
     std::mt19937 engine(5);
     for (const char d : {',', '\xff'}) {
-        for (size_t length = 0; length <= 2000; length += length < 70 ? 1 : 1930) {
+        for (size_t length = 0; length <= 4200; length += length < 70 ? 1 : 4130) {
             std::string text, runs;
             for (size_t i = 0; i < length; ++i) {
                 text += length > 70 ? "a,"[i % 2] : engine() % (2 + i % 3 * 19) ? 'a' + i % 26 : d;
