@@ -88,39 +88,39 @@ TEST(Prng, NullsAreTracedWhereTested) {
     int32_t *cursor = &state.cursor;
     Bytes buffer(16, 0xCC);
     tavtest::clear_reports();
-    const tav_status statuses[] = {tav_util_seed_prng(nullptr, 1, 2),
-                                   tav_util_prng_unpacked(nullptr, weyl, table, &word),
-                                   tav_util_prng_unpacked(cursor, nullptr, table, &word),
-                                   tav_util_prng_unpacked(cursor, weyl, nullptr, &word),
-                                   tav_util_prng_unpacked(cursor, weyl, table, nullptr),
-                                   tav_util_prng(nullptr, &word),
-                                   tav_util_prng(&state, nullptr),
-                                   tav_util_prng_batch(nullptr, &word, 1),
-                                   tav_util_prng_batch(&state, nullptr, 0),
-                                   tav_util_prng_batch(&state, &word, 0),
-                                   tav_util_mix_into_prng(nullptr, 7, &word),
-                                   tav_util_mix_into_prng(&state, 7, nullptr),
-                                   tav_util_prng_fill(nullptr, nullptr, 0),
-                                   tav_util_prng_fill(&state, buffer.data(), 0),
-                                   tav_util_prng_fill(&state, nullptr, 8),
-                                   tav_util_prng_fill(nullptr, buffer.data(), 8),
-                                   tav_util_prng_fill(nullptr, buffer.data(), 5),
-                                   tav_util_prng_fill(&state, nullptr, 7),
-                                   tav_util_prng_fill(nullptr, nullptr, 5)};
-    EXPECT_EQ(std::vector<int>(statuses, statuses + 19),
-              (std::vector<int>{3, 3, 3, 3, 3, 3, 3, 3, 3, 0, 7, 7, 0, 0, 3, 3, 3, 3, 3}));
-    EXPECT_TRUE(word == 77 && same(state, before) && buffer == Bytes(16, 0xCC));
-    std::string expected = "seed_prng 3", u = "|prng_unpacked 3", b = "|prng_batch 3",
-                f = "|prng_fill 3";
-    expected += u + u + u + u + u + u + b + b + "|mix_into_prng 7|mix_into_prng 7" + b + f + b + f +
-                b + f + f + f;
-    std::string got;
+    const std::tuple<tav_status, int, const char *> rows[] = {
+        // called in this order
+        {tav_util_seed_prng(nullptr, 1, 2), 3, "seed_prng 3"},
+        {tav_util_prng_unpacked(nullptr, weyl, table, &word), 3, "prng_unpacked 3"},
+        {tav_util_prng_unpacked(cursor, nullptr, table, &word), 3, "prng_unpacked 3"},
+        {tav_util_prng_unpacked(cursor, weyl, nullptr, &word), 3, "prng_unpacked 3"},
+        {tav_util_prng_unpacked(cursor, weyl, table, nullptr), 3, "prng_unpacked 3"},
+        {tav_util_prng(nullptr, &word), 3, "prng_unpacked 3"},
+        {tav_util_prng(&state, nullptr), 3, "prng_unpacked 3"},
+        {tav_util_prng_batch(nullptr, &word, 1), 3, "prng_batch 3"},
+        {tav_util_prng_batch(&state, nullptr, 0), 3, "prng_batch 3"},
+        {tav_util_prng_batch(&state, &word, 0), 0, ""},
+        {tav_util_mix_into_prng(nullptr, 7, &word), 7, "mix_into_prng 7"},
+        {tav_util_mix_into_prng(&state, 7, nullptr), 7, "mix_into_prng 7"},
+        {tav_util_prng_fill(nullptr, nullptr, 0), 0, "prng_batch 3"},
+        {tav_util_prng_fill(&state, buffer.data(), 0), 0, ""},
+        {tav_util_prng_fill(&state, nullptr, 8), 3, "prng_fill 3"},
+        {tav_util_prng_fill(nullptr, buffer.data(), 8), 3, "prng_batch 3|prng_fill 3"},
+        {tav_util_prng_fill(nullptr, buffer.data(), 5), 3, "prng_batch 3|prng_fill 3"},
+        {tav_util_prng_fill(&state, nullptr, 7), 3, "prng_fill 3"},
+        {tav_util_prng_fill(nullptr, nullptr, 5), 3, "prng_fill 3"}};
+    std::string expected, got;
+    for (const auto &[status, returned, entries] : rows) {
+        EXPECT_EQ(status, returned) << entries;
+        expected += std::string(*entries && !expected.empty() ? "|" : "") + entries;
+    }
     for (const std::string &line : tavtest::report_summary()) {
         got += (got.empty() ? "" : "|") + line.substr(15, line.find(' ', 15) - 15) +
                (line.find(" src/random_ops.cpp ") == std::string::npos ? "?" : "") +
                line.substr(line.rfind(' '));
     }
     EXPECT_EQ(got, expected);
+    EXPECT_TRUE(word == 77 && same(state, before) && buffer == Bytes(16, 0xCC));
 }
 
 } // namespace
