@@ -34,20 +34,20 @@ TEST(Prng, WorkedValues) {
         std::tuple(63, 0x29A816459E1CE041u, 0x0B50DCD3E48D0878u, 0x9443CF55D5E3B4BAu, one_words));
     EXPECT_EQ(first_three(seeded(0)),
               (Words{0x6B9B02117A0BE24C, 0x9A98CE2956464C05, 0x3319636315447E19}));
-    EXPECT_EQ(first_three(seeded(~uint64_t{0})), first_three(seeded(0)));
     EXPECT_EQ(first_three(added), (Words{0xD85F17C16A4BD32D, one_words[1], one_words[2]}));
     for (int i = 0; i < 64; ++i) {
         EXPECT_EQ(one.table[i] != added.table[i], i == 0 || (i > 9 && i % 11 == 9)) << i;
     }
-    tav_util_prng_state plain = one, mixed = one, mixed_zero = one;
-    uint64_t words[3] = {};
-    steps(plain, 1);
-    EXPECT_EQ(tav_util_mix_into_prng(&mixed, 7, &words[0]), TAV_OK);
-    EXPECT_EQ(tav_util_mix_into_prng(&mixed_zero, 0, &words[1]), TAV_OK);
+    // Mixing in 7 changes the word and the table word only; mixing in 0 is a plain step.
+    tav_util_prng_state mixed = one, plain = one;
+    Words words(4);
+    EXPECT_EQ((std::tuple{tav_util_mix_into_prng(&mixed, 7, &words[0]),
+                          tav_util_mix_into_prng(&plain, 0, &words[1]),
+                          tav_util_prng(&mixed, &words[2]), tav_util_prng(&plain, &words[3])}),
+              (std::tuple{TAV_OK, TAV_OK, TAV_OK, TAV_OK}));
     EXPECT_NE(std::exchange(mixed.table[0], plain.table[0]), plain.table[0]);
-    EXPECT_TRUE(same(mixed_zero, plain) && same(mixed, plain));
-    EXPECT_EQ(tav_util_prng(&mixed, &words[2]), TAV_OK);
-    EXPECT_EQ(Words(words, words + 3), (Words{0xB85497AA02510643, one_words[0], one_words[1]}));
+    EXPECT_TRUE(same(mixed, plain));
+    EXPECT_EQ(words, (Words{0xB85497AA02510643, one_words[0], one_words[1], one_words[1]}));
     Bytes bytes(16, 0xCC);
     EXPECT_EQ(tav_util_prng_fill(&(plain = one), bytes.data(), 13), TAV_OK);
     EXPECT_EQ(bytes, (Bytes{0x38, 0x06, 0x51, 0xBA, 0xA9, 0x97, 0x54, 0xB8, 0x04, 0x91, 0x47, 0x0B,
@@ -67,59 +67,58 @@ TEST(Prng, FillsAndBatchesAreSingleSteps) {
             steps(state, (8 * size + offset) % 64);
             tav_util_prng_state single = state, batch = state;
             (offset % 2 == 0 ? state : single).cursor = int32_t(state.cursor + 64 * laps[offset]);
-            Words words = steps(single, count);
+            Words words = steps(single, count), got(count + 1, 77);
             Bytes buffer(size + 16, 0xCC), expected(size + 16, 0xCC);
-            ASSERT_EQ(tav_util_prng_fill(&state, buffer.data() + offset, size), TAV_OK);
             std::memcpy(expected.data() + offset, words.data(), size);
-            Words got(count + 1, 77);
-            EXPECT_EQ(tav_util_prng_batch(&batch, got.data(), count), TAV_OK);
             words.push_back(77);
-            EXPECT_TRUE(buffer == expected && same(state, single) && same(batch, single) &&
+            EXPECT_TRUE(tav_util_prng_fill(&state, buffer.data() + offset, size) == TAV_OK &&
+                        tav_util_prng_batch(&batch, got.data(), count) == TAV_OK &&
+                        buffer == expected && same(state, single) && same(batch, single) &&
                         got == words)
                 << size << " at " << offset;
         }
     }
 }
 
+// Each row one call, in this order; the reports of all of them at the end.
 TEST(Prng, NullsAreTracedWhereTested) {
     const tav_util_prng_state before = seeded(1);
     tav_util_prng_state state = before;
     uint64_t word = 77, *weyl = &state.weyl, *table = state.table;
     int32_t *cursor = &state.cursor;
     Bytes buffer(16, 0xCC);
+    const auto in = [](const char *name, int status) {
+        return "|trace tav_util_" + std::string(name) + " src/random_ops.cpp " +
+               std::to_string(status);
+    };
+    const std::string batch = in("prng_batch", 3), fill = in("prng_fill", 3),
+                      unpacked = in("prng_unpacked", 3), mix = in("mix_into_prng", 7);
     tavtest::clear_reports();
-    const std::tuple<tav_status, int, const char *> rows[] = {
-        // called in this order
-        {tav_util_seed_prng(nullptr, 1, 2), 3, "seed_prng 3"},
-        {tav_util_prng_unpacked(nullptr, weyl, table, &word), 3, "prng_unpacked 3"},
-        {tav_util_prng_unpacked(cursor, nullptr, table, &word), 3, "prng_unpacked 3"},
-        {tav_util_prng_unpacked(cursor, weyl, nullptr, &word), 3, "prng_unpacked 3"},
-        {tav_util_prng_unpacked(cursor, weyl, table, nullptr), 3, "prng_unpacked 3"},
-        {tav_util_prng(nullptr, &word), 3, "prng_unpacked 3"},
-        {tav_util_prng(&state, nullptr), 3, "prng_unpacked 3"},
-        {tav_util_prng_batch(nullptr, &word, 1), 3, "prng_batch 3"},
-        {tav_util_prng_batch(&state, nullptr, 0), 3, "prng_batch 3"},
+    const std::tuple<tav_status, int, std::string> rows[] = {
+        {tav_util_seed_prng(nullptr, 1, 2), 3, in("seed_prng", 3)},
+        {tav_util_prng_unpacked(nullptr, weyl, table, &word), 3, unpacked},
+        {tav_util_prng_unpacked(cursor, nullptr, table, &word), 3, unpacked},
+        {tav_util_prng_unpacked(cursor, weyl, nullptr, &word), 3, unpacked},
+        {tav_util_prng_unpacked(cursor, weyl, table, nullptr), 3, unpacked},
+        {tav_util_prng(nullptr, &word), 3, unpacked},
+        {tav_util_prng(&state, nullptr), 3, unpacked},
+        {tav_util_prng_batch(nullptr, &word, 1), 3, batch},
+        {tav_util_prng_batch(&state, nullptr, 0), 3, batch},
         {tav_util_prng_batch(&state, &word, 0), 0, ""},
-        {tav_util_mix_into_prng(nullptr, 7, &word), 7, "mix_into_prng 7"},
-        {tav_util_mix_into_prng(&state, 7, nullptr), 7, "mix_into_prng 7"},
-        {tav_util_prng_fill(nullptr, nullptr, 0), 0, "prng_batch 3"},
-        {tav_util_prng_fill(&state, buffer.data(), 0), 0, ""},
-        {tav_util_prng_fill(&state, nullptr, 8), 3, "prng_fill 3"},
-        {tav_util_prng_fill(nullptr, buffer.data(), 8), 3, "prng_batch 3|prng_fill 3"},
-        {tav_util_prng_fill(nullptr, buffer.data(), 5), 3, "prng_batch 3|prng_fill 3"},
-        {tav_util_prng_fill(&state, nullptr, 7), 3, "prng_fill 3"},
-        {tav_util_prng_fill(nullptr, nullptr, 5), 3, "prng_fill 3"}};
-    std::string expected, got;
+        {tav_util_mix_into_prng(nullptr, 7, &word), 7, mix},
+        {tav_util_mix_into_prng(&state, 7, nullptr), 7, mix},
+        {tav_util_prng_fill(nullptr, nullptr, 0), 0, ""},
+        {tav_util_prng_fill(&state, nullptr, 8), 3, batch + fill},
+        {tav_util_prng_fill(nullptr, buffer.data(), 8), 3, batch + fill},
+        {tav_util_prng_fill(nullptr, buffer.data(), 5), 3, batch + fill},
+        {tav_util_prng_fill(&state, nullptr, 7), 3, fill},
+        {tav_util_prng_fill(nullptr, nullptr, 5), 3, fill}};
+    std::string expected;
     for (const auto &[status, returned, entries] : rows) {
         EXPECT_EQ(status, returned) << entries;
-        expected += std::string(*entries && !expected.empty() ? "|" : "") + entries;
+        expected += entries;
     }
-    for (const std::string &line : tavtest::report_summary()) {
-        got += (got.empty() ? "" : "|") + line.substr(15, line.find(' ', 15) - 15) +
-               (line.find(" src/random_ops.cpp ") == std::string::npos ? "?" : "") +
-               line.substr(line.rfind(' '));
-    }
-    EXPECT_EQ(got, expected);
+    EXPECT_EQ("|" + tavtest::said(), expected);
     EXPECT_TRUE(word == 77 && same(state, before) && buffer == Bytes(16, 0xCC));
 }
 
