@@ -47,12 +47,6 @@ Result call(Op op, const std::string &in, uint64_t length, int64_t arg = 0, long
     return r;
 }
 std::string decode(const std::string &text) { return call(kDecode, text, text.size()).bytes; }
-
-std::string random_bytes(std::mt19937 &engine, size_t length) {
-    std::string out(length, '\0');
-    std::generate(out.begin(), out.end(), [&] { return static_cast<char>(engine()); });
-    return out;
-}
 std::string bits_of(const std::string &bytes, char zero) { // one per bit, high bit first
     std::string bits;
     for (size_t i = 0; i < 8 * bytes.size(); ++i) {
@@ -60,34 +54,14 @@ std::string bits_of(const std::string &bytes, char zero) { // one per bit, high 
     }
     return bits;
 }
-// Status, output (the text of an encoding, else hex), size out, sizes asked
-// for (not a decoding's), and reports, as one text.
-std::string outcome(Op op, const std::string &in, uint64_t length, int64_t arg, long fail_at) {
-    const Result r = call(op, in, length, arg, fail_at);
-    std::string text = std::to_string(r.status) + " ", said = tavtest::said();
-    for (const char c : r.bytes) {
-        char pair[3];
-        std::snprintf(pair, sizeof pair, "%02x", static_cast<uint8_t>(c));
-        text += op == kEncode ? std::string(1, c) : pair;
-    }
-    text += (r.out == nullptr ? "null " : " ") + std::to_string(r.size);
-    for (const size_t size : op != kDecode || fail_at != 0 ? r.run.sizes : std::vector<size_t>{}) {
-        text += " " + std::to_string(size);
-    }
-    EXPECT_EQ(r.run.live_blocks, r.status == TAV_OK ? r.run.allocations : 0) << text;
-    return text + (said.empty() ? "" : "|" + said);
-}
-// The plain error line and trace entry of a bit-string operation's failure.
-std::string reported(Op op, const std::string &text, tav_status status) {
-    return "log " + kNames[op] + " " + text + "|trace " + kNames[op] + " src/bit_ops.cpp " +
-           std::to_string(status);
-}
 
-TEST(BitOps, Base64RoundTripsAndSkipsForeignBytes) {
+// Against the rules written out plainly: Base64 group by group, one character
+// or byte per bit; a decoding skips foreign bytes wherever they stand.
+TEST(BitOps, MatchTheRulesWrittenOut) {
     std::mt19937 engine(3);
     for (size_t length = 0; length < 80; ++length) {
-        const std::string input = random_bytes(engine, length);
-        std::string plain; // group by group, as the rule reads
+        std::string input(length, '\0'), plain;
+        std::generate(input.begin(), input.end(), [&] { return static_cast<char>(engine()); });
         for (size_t i = 0; i < length; i += 3) {
             const auto byte = [&](size_t k) { return k < length ? uint8_t(input[k]) : 0u; };
             const unsigned group = byte(i) << 16 | byte(i + 1) << 8 | byte(i + 2);
@@ -95,10 +69,19 @@ TEST(BitOps, Base64RoundTripsAndSkipsForeignBytes) {
                 plain += i + c <= length ? kAlphabet[group >> (18 - 6 * c) & 63] : '=';
             }
         }
-        const std::string text = call(kEncode, input, length).bytes;
-        EXPECT_EQ(text, plain) << length;
-        EXPECT_EQ(std::tuple(decode(text), tav_util_to_base64_size(length)),
-                  std::tuple(input, text.size()));
+        const std::string text = call(kEncode, input, length).bytes, bits = bits_of(input, '0');
+        EXPECT_EQ(std::tuple(text, decode(text), tav_util_to_base64_size(length),
+                             call(kMap, input, length).bytes),
+                  std::tuple(plain, input, plain.size(), bits_of(input, '\0')));
+        for (uint64_t shift = 0; shift <= 8 * length; ++shift) { // moved bits leave zeros
+            const Result r = call(kShift, input, length, static_cast<int64_t>(shift));
+            EXPECT_EQ(
+                std::tuple(bits_of(r.bytes, '0'), r.size),
+                std::tuple(bits.substr(shift) + (shift % 8 != 0 ? std::string(shift, '0')
+                                                                : bits.substr(8 * length - shift)),
+                           length - shift / 8))
+                << length << " " << shift;
+        }
     }
     for (int round = 0; round < 2000; ++round) {
         std::string text(engine() % 121, '\0'), usable;
@@ -111,65 +94,57 @@ TEST(BitOps, Base64RoundTripsAndSkipsForeignBytes) {
     }
 }
 
-// Past its end a shift empties the string: moved bits clear the array, else
-// it stays. A negative factor or a product past 64 bits fails as a refused
-// block; size out keeps the figure; only the bit-string operations report.
+// Each row: status, output (an encoding's text, else hex), size out, sizes
+// asked for (not a successful decoding's), and reports. A shift past the end
+// empties the string: moved bits clear the array, else it stays. A negative
+// factor or a product past 64 bits fails as a refused block.
 TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
     tavtest::clear_reports();
     const std::string in = "YWJjZGVmZw", ab = "\xAB\xCD", abc = "\xAB\xCD\xEF";
-    const std::string map = reported(kMap, "Memory allocation failed", TAV_ERR_NOMEM),
-                      expand = reported(kExpand, "Memory allocation failed", TAV_ERR_NOMEM);
+    const auto failed = [](Op op) {
+        return "|log " + kNames[op] + " Memory allocation failed|trace " + kNames[op] +
+               " src/bit_ops.cpp 2";
+    };
     using Row = std::tuple<Op, std::string, uint64_t, int64_t, long, std::string>;
     for (const auto &[op, input, length, arg, fail_at, expected] :
-         {Row{kEncode, "", 0, 0, 0, "0  0 0"},
-          Row{kEncode, "a", 1, 0, 0, "0 YQ== 4 4"},
+         {Row{kEncode, "a", 1, 0, 0, "0 YQ== 4 4"},
           Row{kEncode, "ab", 2, 0, 0, "0 YWI= 4 4"},
           Row{kEncode, "abc", 3, 0, 0, "0 YWJj 4 4"},
-          Row{kEncode, "foob", 4, 0, 0, "0 Zm9vYg== 8 8"},
-          Row{kEncode, "fooba", 5, 0, 0, "0 Zm9vYmE= 8 8"},
           Row{kDecode, "YQ", 2, 0, 0, "0 61 1"}, // one character is a whole group
           Row{kDecode, "Y", 1, 0, 0, "0 600000 3"},
           Row{kDecode, "YQ==YQ==", 8, 0, 0, "0 610610 3"}, // padding does not end it
           Row{kDecode, "=\t \x80", 4, 0, 0, "0  0"},
-          Row{kDecode, "YWJj\r\r", 6, 0, 0, "0 616263 3"},
-          Row{kShift, ab, 2, 0, 0, "0 abcd 2"},
           Row{kShift, ab, 2, 4, 0, "0 bcd0 2"},
           Row{kShift, ab, 2, 8, 0, "0 cdcd 1"},
           Row{kShift, ab, 2, 12, 0, "0 d000 1"},
-          Row{kShift, ab, 2, 16, 0, "0 abcd 0"},
           Row{kShift, abc, 3, 25, 0, "0 000000 0"},
           Row{kShift, abc, 3, 32, 0, "0 abcdef 0"},
-          Row{kShift, abc, 3, -1, 0, "0 000000 0"},
           Row{kMap, "\xA0", 1, 0, 0, "0 0100010000000000 8 8"},
-          Row{kMap, "\1\2", 0, 0, 0, "0  0 0"},
           Row{kExpand, "\1\2", 2, 3, 0, "0 010101020202 6 6"},
           Row{kExpand, "\1\2", 2, 0, 0, "0  0 0"},
           Row{kEncode, in, 7, 0, 1, "2 null 12 12"},
           Row{kDecode, in, 10, 0, 1, "2 null 6 9"},
-          Row{kMap, in, 3, 0, 1, "2 null 24 24|" + map},
-          Row{kMap, in, (uint64_t{1} << 61) + 1, 0, 0, "2 null 8 8|" + map},
-          Row{kExpand, in, 3, 2, 1, "2 null 6 6|" + expand},
-          Row{kExpand, in, 2, -3, 0, "2 null 18446744073709551610 18446744073709551610|" + expand},
-          Row{kExpand, in, UINT64_MAX, -1, 0, "2 null 1 1|" + expand},
-          Row{kExpand, in, uint64_t{1} << 62, 4, 0, "2 null 0 0|" + expand}}) {
-        EXPECT_EQ(outcome(op, input, length, arg, fail_at), expected) << op << " " << input;
-    }
-}
-
-// The shift drops `bits` of the bits as text and packs the rest.
-TEST(BitOps, ShiftAndMapMatchTheBitsAsText) {
-    std::mt19937 engine(5);
-    for (size_t length = 1; length < 24; ++length) {
-        const std::string array = random_bytes(engine, length), text = bits_of(array, '0');
-        EXPECT_EQ(call(kMap, array, length).bytes, bits_of(array, '\0'));
-        for (uint64_t bits = 0; bits <= 8 * length; ++bits) {
-            const std::string behind =
-                bits % 8 != 0 ? std::string(bits, '0') : text.substr(text.size() - bits);
-            const Result r = call(kShift, array, length, static_cast<int64_t>(bits));
-            EXPECT_EQ(std::make_tuple(bits_of(r.bytes, '0'), r.size),
-                      std::make_tuple(text.substr(bits) + behind, length - bits / 8))
-                << length << " " << bits;
+          Row{kMap, in, 3, 0, 1, "2 null 24 24" + failed(kMap)},
+          Row{kMap, in, (uint64_t{1} << 61) + 1, 0, 0, "2 null 8 8" + failed(kMap)},
+          Row{kExpand, in, 3, 2, 1, "2 null 6 6" + failed(kExpand)},
+          Row{kExpand, in, 2, -3, 0,
+              "2 null 18446744073709551610 18446744073709551610" + failed(kExpand)},
+          Row{kExpand, in, UINT64_MAX, -1, 0, "2 null 1 1" + failed(kExpand)},
+          Row{kExpand, in, uint64_t{1} << 62, 4, 0, "2 null 0 0" + failed(kExpand)}}) {
+        const Result r = call(op, input, length, arg, fail_at);
+        std::string text = std::to_string(r.status) + " ", said = tavtest::said();
+        for (const char c : r.bytes) {
+            char pair[3];
+            std::snprintf(pair, sizeof pair, "%02x", static_cast<uint8_t>(c));
+            text += op == kEncode ? std::string(1, c) : pair;
         }
+        text += (r.out == nullptr ? "null " : " ") + std::to_string(r.size);
+        for (const size_t size :
+             op != kDecode || fail_at != 0 ? r.run.sizes : std::vector<size_t>{}) {
+            text += " " + std::to_string(size);
+        }
+        EXPECT_EQ(r.run.live_blocks, r.status == TAV_OK ? r.run.allocations : 0) << text;
+        EXPECT_EQ(text + (said.empty() ? "" : "|" + said), expected) << op << " " << input;
     }
 }
 
@@ -194,10 +169,11 @@ TEST(BitOps, NullArguments) {
                           op == kShift ? "NULL argument detected: %p %p"
                                        : "NULL parameter detected: %p %p %p",
                           at[0], at[1], at[2]);
-            expected += (expected.empty() ? "" : "|") + reported(op, line, TAV_ERR_NULL_ARG);
+            expected +=
+                "|log " + kNames[op] + " " + line + "|trace " + kNames[op] + " src/bit_ops.cpp 3";
         }
     }
-    EXPECT_EQ(tavtest::said(), expected);
+    EXPECT_EQ("|" + tavtest::said(), expected);
     EXPECT_EQ(std::make_tuple(byte, length, size), std::make_tuple(0x5A, 1u, 5u));
 }
 
