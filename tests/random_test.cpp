@@ -16,38 +16,38 @@ bool same(const tav_util_prng_state &a, const tav_util_prng_state &b) {
     return a.cursor == b.cursor && a.weyl == b.weyl &&
            !std::memcmp(a.table, b.table, sizeof a.table);
 }
-Words steps(tav_util_prng_state &state, size_t count) {
+// `count` single steps from a copy of `state`, which `end` receives after them.
+Words steps(tav_util_prng_state state, size_t count, tav_util_prng_state *end = nullptr) {
     Words words(count);
     for (auto &word : words) {
         EXPECT_EQ(tav_util_prng(&state, &word), TAV_OK);
     }
+    *(end != nullptr ? end : &state) = state;
     return words;
 }
-Words first_three(tav_util_prng_state state) { return steps(state, 3); }
 
 TEST(Prng, WorkedValues) {
     tavtest::clear_reports();
     const Words one_words{0xB85497A9BA510638, 0x68E100A50B479104, 0xD00B063876877E9D};
     const tav_util_prng_state one = seeded(1), added = seeded(1, 5);
     EXPECT_EQ(
-        std::tuple(one.cursor, one.weyl, one.table[0], one.table[63], first_three(one)),
+        std::tuple(one.cursor, one.weyl, one.table[0], one.table[63], steps(one, 3)),
         std::tuple(63, 0x29A816459E1CE041u, 0x0B50DCD3E48D0878u, 0x9443CF55D5E3B4BAu, one_words));
-    EXPECT_EQ(first_three(seeded(0)),
+    EXPECT_EQ(steps(seeded(0), 3),
               (Words{0x6B9B02117A0BE24C, 0x9A98CE2956464C05, 0x3319636315447E19}));
-    EXPECT_EQ(first_three(added), (Words{0xD85F17C16A4BD32D, one_words[1], one_words[2]}));
+    EXPECT_EQ(steps(added, 3), (Words{0xD85F17C16A4BD32D, one_words[1], one_words[2]}));
     for (int i = 0; i < 64; ++i) {
         EXPECT_EQ(one.table[i] != added.table[i], i == 0 || (i > 9 && i % 11 == 9)) << i;
     }
-    // Mixing in 7 changes the word and the table word only; mixing in 0 is a plain step.
+    // The mixed word replaces the plain one in the table.
     tav_util_prng_state mixed = one, plain = one;
-    Words words(4);
-    EXPECT_EQ((std::tuple{tav_util_mix_into_prng(&mixed, 7, &words[0]),
-                          tav_util_mix_into_prng(&plain, 0, &words[1]),
-                          tav_util_prng(&mixed, &words[2]), tav_util_prng(&plain, &words[3])}),
-              (std::tuple{TAV_OK, TAV_OK, TAV_OK, TAV_OK}));
+    uint64_t word = 0;
+    steps(one, 1, &plain);
+    EXPECT_EQ(tav_util_mix_into_prng(&mixed, 7, &word), TAV_OK);
     EXPECT_NE(std::exchange(mixed.table[0], plain.table[0]), plain.table[0]);
     EXPECT_TRUE(same(mixed, plain));
-    EXPECT_EQ(words, (Words{0xB85497AA02510643, one_words[0], one_words[1], one_words[1]}));
+    EXPECT_EQ(std::tuple(word, steps(mixed, 1)),
+              std::tuple(0xB85497AA02510643u, Words{one_words[1]}));
     Bytes bytes(16, 0xCC);
     EXPECT_EQ(tav_util_prng_fill(&(plain = one), bytes.data(), 13), TAV_OK);
     EXPECT_EQ(bytes, (Bytes{0x38, 0x06, 0x51, 0xBA, 0xA9, 0x97, 0x54, 0xB8, 0x04, 0x91, 0x47, 0x0B,
@@ -63,11 +63,11 @@ TEST(Prng, FillsAndBatchesAreSingleSteps) {
     for (size_t size = 1; size <= 80005; size = size == 81 ? 512 : size == 512 ? 80005 : size + 1) {
         const size_t count = (size + 7) / 8;
         for (size_t offset = 0; offset < 8; ++offset) {
-            tav_util_prng_state state = seeded(7, size);
-            steps(state, (8 * size + offset) % 64);
-            tav_util_prng_state single = state, batch = state;
+            tav_util_prng_state state, single, batch;
+            steps(seeded(7, size), (8 * size + offset) % 64, &state);
+            single = batch = state;
             (offset % 2 == 0 ? state : single).cursor = int32_t(state.cursor + 64 * laps[offset]);
-            Words words = steps(single, count), got(count + 1, 77);
+            Words words = steps(single, count, &single), got(count + 1, 77);
             Bytes buffer(size + 16, 0xCC), expected(size + 16, 0xCC);
             std::memcpy(expected.data() + offset, words.data(), size);
             words.push_back(77);
@@ -80,45 +80,45 @@ TEST(Prng, FillsAndBatchesAreSingleSteps) {
     }
 }
 
-// Each row one call, in this order; the reports of all of them at the end.
+// Each row: a call (in this order) and its status and trace entries.
 TEST(Prng, NullsAreTracedWhereTested) {
-    const tav_util_prng_state before = seeded(1);
-    tav_util_prng_state state = before;
+    tav_util_prng_state state = seeded(1), before = state;
     uint64_t word = 77, *weyl = &state.weyl, *table = state.table;
     int32_t *cursor = &state.cursor;
     Bytes buffer(16, 0xCC);
-    const auto in = [](const char *name, int status) {
+    const auto got = [](tav_status status) {
+        const std::string said = tavtest::said();
+        return std::to_string(status) + (said.empty() ? "" : "|" + said);
+    };
+    const auto t = [](const char *name, int status = 3) {
         return "|trace tav_util_" + std::string(name) + " src/random_ops.cpp " +
                std::to_string(status);
     };
-    const std::string batch = in("prng_batch", 3), fill = in("prng_fill", 3),
-                      unpacked = in("prng_unpacked", 3), mix = in("mix_into_prng", 7);
     tavtest::clear_reports();
-    const std::tuple<tav_status, int, std::string> rows[] = {
-        {tav_util_seed_prng(nullptr, 1, 2), 3, in("seed_prng", 3)},
-        {tav_util_prng_unpacked(nullptr, weyl, table, &word), 3, unpacked},
-        {tav_util_prng_unpacked(cursor, nullptr, table, &word), 3, unpacked},
-        {tav_util_prng_unpacked(cursor, weyl, nullptr, &word), 3, unpacked},
-        {tav_util_prng_unpacked(cursor, weyl, table, nullptr), 3, unpacked},
-        {tav_util_prng(nullptr, &word), 3, unpacked},
-        {tav_util_prng(&state, nullptr), 3, unpacked},
-        {tav_util_prng_batch(nullptr, &word, 1), 3, batch},
-        {tav_util_prng_batch(&state, nullptr, 0), 3, batch},
-        {tav_util_prng_batch(&state, &word, 0), 0, ""},
-        {tav_util_mix_into_prng(nullptr, 7, &word), 7, mix},
-        {tav_util_mix_into_prng(&state, 7, nullptr), 7, mix},
-        {tav_util_prng_fill(nullptr, nullptr, 0), 0, ""},
-        {tav_util_prng_fill(&state, nullptr, 8), 3, batch + fill},
-        {tav_util_prng_fill(nullptr, buffer.data(), 8), 3, batch + fill},
-        {tav_util_prng_fill(nullptr, buffer.data(), 5), 3, batch + fill},
-        {tav_util_prng_fill(&state, nullptr, 7), 3, fill},
-        {tav_util_prng_fill(nullptr, nullptr, 5), 3, fill}};
-    std::string expected;
-    for (const auto &[status, returned, entries] : rows) {
-        EXPECT_EQ(status, returned) << entries;
-        expected += entries;
+    const std::pair<std::string, std::string> rows[] = {
+        {got(tav_util_seed_prng(nullptr, 1, 2)), "3" + t("seed_prng")},
+        {got(tav_util_prng_unpacked(nullptr, weyl, table, &word)), "3" + t("prng_unpacked")},
+        {got(tav_util_prng_unpacked(cursor, nullptr, table, &word)), "3" + t("prng_unpacked")},
+        {got(tav_util_prng_unpacked(cursor, weyl, nullptr, &word)), "3" + t("prng_unpacked")},
+        {got(tav_util_prng_unpacked(cursor, weyl, table, nullptr)), "3" + t("prng_unpacked")},
+        {got(tav_util_prng(nullptr, &word)), "3" + t("prng_unpacked")},
+        {got(tav_util_prng(&state, nullptr)), "3" + t("prng_unpacked")},
+        {got(tav_util_prng_batch(nullptr, &word, 1)), "3" + t("prng_batch")},
+        {got(tav_util_prng_batch(&state, nullptr, 0)), "3" + t("prng_batch")},
+        {got(tav_util_prng_batch(&state, &word, 0)), "0"},
+        {got(tav_util_mix_into_prng(nullptr, 7, &word)), "7" + t("mix_into_prng", 7)},
+        {got(tav_util_mix_into_prng(&state, 7, nullptr)), "7" + t("mix_into_prng", 7)},
+        {got(tav_util_prng_fill(nullptr, nullptr, 0)), "0"},
+        {got(tav_util_prng_fill(&state, nullptr, 8)), "3" + t("prng_batch") + t("prng_fill")},
+        {got(tav_util_prng_fill(nullptr, buffer.data(), 8)),
+         "3" + t("prng_batch") + t("prng_fill")},
+        {got(tav_util_prng_fill(nullptr, buffer.data(), 5)),
+         "3" + t("prng_batch") + t("prng_fill")},
+        {got(tav_util_prng_fill(&state, nullptr, 7)), "3" + t("prng_fill")},
+        {got(tav_util_prng_fill(nullptr, nullptr, 5)), "3" + t("prng_fill")}};
+    for (const auto &[text, expected] : rows) {
+        EXPECT_EQ(text, expected);
     }
-    EXPECT_EQ("|" + tavtest::said(), expected);
     EXPECT_TRUE(word == 77 && same(state, before) && buffer == Bytes(16, 0xCC));
 }
 
