@@ -11,29 +11,23 @@ const std::string kNames[] = {"", "", "tav_util_map_bitstring_to_bytes",
                               "tav_util_expand_byte_array", "tav_util_shift_bitstring_left"};
 uint8_t *const kUntouched = reinterpret_cast<uint8_t *>(1); // never handed back
 
-struct Result {
-    std::string bytes, text; // the output (a shifted array: all of it); the call as text
-};
-
 // One call on a copy of `in` in a block of exactly its size, so that ASan
 // sees any stray access. `arg` is the factor or the shift; a negative
 // `fail_at` passes the pointer at that place (-1 the first) null instead of
-// failing an allocation. The text: status, output (an encoding's text, else
-// hex), size out, the sizes asked for (not those of a decoding that worked),
-// and the reports, with the pointers written p0, p1, p2.
-Result call(Op op, const std::string &in, uint64_t length, int64_t arg = 0, long fail_at = 0) {
+// failing an allocation. Gives the output (a shifted array: all of it) and the
+// call as text: status, output (an encoding's text, else hex), size out, the
+// sizes asked for (not a working decoding's), and the reports, the pointers
+// written p0, p1, p2.
+std::pair<std::string, std::string> call(Op op, const std::string &in, uint64_t length,
+                                         int64_t arg = 0, long fail_at = 0) {
     auto *array = static_cast<uint8_t *>(std::malloc(in.size()));
     std::copy(in.begin(), in.end(), array);
     uint8_t *out = kUntouched;
     uint64_t size = op == kShift ? length : 99;
-    void *at[] = {array, op == kShift ? static_cast<void *>(&size) : &out, &size};
-    char names[3][32];
-    for (int i = 0; i < 3; ++i) {
-        std::snprintf(names[i], sizeof names[i], "%p", at[i]);
-    }
+    void *const given[] = {array, op == kShift ? static_cast<void *>(&size) : &out, &size};
+    void *at[] = {given[0], given[1], given[2]};
     at[fail_at < 0 ? -1 - fail_at : 0] = fail_at < 0 ? nullptr : array;
-    auto *bytes = static_cast<uint8_t *>(at[0]);
-    auto **o = static_cast<uint8_t **>(at[1]);
+    auto *bytes = static_cast<uint8_t *>(at[0]), **o = static_cast<uint8_t **>(at[1]);
     auto *s = static_cast<uint64_t *>(at[op == kShift ? 1 : 2]);
     tav_status status = TAV_ERR_SYSTEM;
     const tavtest::AllocRun run = tavtest::run_allocations(std::max(fail_at, 0L), [&] {
@@ -45,35 +39,35 @@ Result call(Op op, const std::string &in, uint64_t length, int64_t arg = 0, long
                 ? tav_util_expand_byte_array(bytes, length, static_cast<int32_t>(arg), o, s)
                 : tav_util_shift_bitstring_left(bytes, s, static_cast<uint64_t>(arg));
     });
-    Result r;
-    if (op == kShift || (out != nullptr && out != kUntouched)) {
-        r.bytes.assign(reinterpret_cast<char *>(op == kShift ? array : out),
-                       op == kShift ? in.size() : size);
-    }
-    r.text = std::to_string(status) + " ";
-    for (const char c : r.bytes) {
+    const bool handed = out != nullptr && out != kUntouched;
+    const std::string output(reinterpret_cast<char *>(op == kShift ? array : out), op == kShift
+                                                                                       ? in.size()
+                                                                                   : handed ? size
+                                                                                            : 0);
+    std::string text = std::to_string(status) + " ", said = tavtest::said();
+    for (const char c : output) {
         char pair[3];
         std::snprintf(pair, sizeof pair, "%02x", static_cast<uint8_t>(c));
-        r.text += op == kEncode ? std::string(1, c) : pair;
+        text += op == kEncode ? std::string(1, c) : pair;
     }
-    r.text += (out == nullptr ? "null " : " ") + std::to_string(size);
+    text += (out == nullptr ? "null " : " ") + std::to_string(size);
     for (const size_t asked :
          op != kDecode || status != TAV_OK ? run.sizes : std::vector<size_t>{}) {
-        r.text += " " + std::to_string(asked);
+        text += " " + std::to_string(asked);
     }
-    EXPECT_EQ(run.live_blocks, status == TAV_OK ? run.allocations : 0) << r.text;
-    std::string said = tavtest::said();
+    EXPECT_EQ(run.live_blocks, status == TAV_OK ? run.allocations : 0) << text;
     for (int i = 0; i < 3; ++i) {
-        for (size_t place; (place = said.find(names[i])) != std::string::npos;) {
-            said.replace(place, std::strlen(names[i]), "p" + std::to_string(i));
+        char name[32];
+        std::snprintf(name, sizeof name, "%p", given[i]);
+        for (size_t place; (place = said.find(name)) != std::string::npos;) {
+            said.replace(place, std::strlen(name), "p" + std::to_string(i));
         }
     }
-    r.text += said.empty() ? "" : "|" + said;
-    std::free(out != kUntouched ? out : nullptr);
+    std::free(handed ? out : nullptr);
     std::free(array);
-    return r;
+    return {output, text + (said.empty() ? "" : "|" + said)};
 }
-std::string decode(const std::string &text) { return call(kDecode, text, text.size()).bytes; }
+std::string decode(const std::string &text) { return call(kDecode, text, text.size()).first; }
 std::string bits_of(const std::string &bytes, char zero) { // one per bit, high bit first
     std::string bits;
     for (size_t i = 0; i < 8 * bytes.size(); ++i) {
@@ -96,14 +90,14 @@ TEST(BitOps, MatchTheRulesWrittenOut) {
                 plain += i + c <= length ? kAlphabet[group >> (18 - 6 * c) & 63] : '=';
             }
         }
-        const std::string text = call(kEncode, input, length).bytes, bits = bits_of(input, '0');
+        const std::string text = call(kEncode, input, length).first, bits = bits_of(input, '0');
         EXPECT_EQ(std::tuple(text, decode(text), tav_util_to_base64_size(length),
-                             call(kMap, input, length).bytes),
+                             call(kMap, input, length).first),
                   std::tuple(plain, input, plain.size(), bits_of(input, '\0')));
         for (uint64_t shift = 0; shift <= 8 * length; ++shift) { // moved bits leave zeros
             const std::string behind =
                 shift % 8 != 0 ? std::string(shift, '0') : bits.substr(8 * length - shift);
-            EXPECT_EQ(bits_of(call(kShift, input, length, int64_t(shift)).bytes, '0'),
+            EXPECT_EQ(bits_of(call(kShift, input, length, int64_t(shift)).first, '0'),
                       bits.substr(shift) + behind)
                 << length << " " << shift;
         }
@@ -166,7 +160,7 @@ TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
           Row{kExpand, ab, 2, 2, -1, "3  99" + said(kExpand, "(nil) p1 p2", 3)},
           Row{kExpand, ab, 2, 2, -2, "3  99" + said(kExpand, "p0 (nil) p2", 3)},
           Row{kExpand, ab, 2, 2, -3, "3  99" + said(kExpand, "p0 p1 (nil)", 3)}}) {
-        EXPECT_EQ(call(op, input, length, arg, fail_at).text, expected) << op << " " << input;
+        EXPECT_EQ(call(op, input, length, arg, fail_at).second, expected) << op << " " << input;
     }
 }
 
