@@ -1,5 +1,3 @@
-#include <utility>
-
 #include "rows.hpp"
 
 namespace {
@@ -13,8 +11,7 @@ tav_util_prng_state seeded(uint64_t seed, uint64_t addend = 0) {
     return state;
 }
 bool same(const tav_util_prng_state &a, const tav_util_prng_state &b) {
-    return a.cursor == b.cursor && a.weyl == b.weyl &&
-           !std::memcmp(a.table, b.table, sizeof a.table);
+    return a.cursor == b.cursor && a.weyl == b.weyl && !std::memcmp(a.table, b.table, 512);
 }
 // `count` single steps from a copy of `state`, which `end` receives after them.
 Words steps(tav_util_prng_state state, size_t count, tav_util_prng_state *end = nullptr) {
@@ -29,27 +26,20 @@ Words steps(tav_util_prng_state state, size_t count, tav_util_prng_state *end = 
 TEST(Prng, WorkedValues) {
     tavtest::clear_reports();
     const Words one_words{0xB85497A9BA510638, 0x68E100A50B479104, 0xD00B063876877E9D};
-    const tav_util_prng_state one = seeded(1), added = seeded(1, 5);
+    tav_util_prng_state one = seeded(1);
     EXPECT_EQ(
         std::tuple(one.cursor, one.weyl, one.table[0], one.table[63], steps(one, 3)),
         std::tuple(63, 0x29A816459E1CE041u, 0x0B50DCD3E48D0878u, 0x9443CF55D5E3B4BAu, one_words));
     EXPECT_EQ(steps(seeded(0), 3),
               (Words{0x6B9B02117A0BE24C, 0x9A98CE2956464C05, 0x3319636315447E19}));
-    EXPECT_EQ(steps(added, 3), (Words{0xD85F17C16A4BD32D, one_words[1], one_words[2]}));
-    for (int i = 0; i < 64; ++i) {
-        EXPECT_EQ(one.table[i] != added.table[i], i == 0 || (i > 9 && i % 11 == 9)) << i;
-    }
-    // The mixed word replaces the plain one in the table.
-    tav_util_prng_state mixed = one, plain = one;
+    EXPECT_EQ(steps(seeded(1, 5), 3), (Words{0xD85F17C16A4BD32D, one_words[1], one_words[2]}));
+    tav_util_prng_state mixed = one;
     uint64_t word = 0;
-    steps(one, 1, &plain);
     EXPECT_EQ(tav_util_mix_into_prng(&mixed, 7, &word), TAV_OK);
-    EXPECT_NE(std::exchange(mixed.table[0], plain.table[0]), plain.table[0]);
-    EXPECT_TRUE(same(mixed, plain));
     EXPECT_EQ(std::tuple(word, steps(mixed, 1)),
               std::tuple(0xB85497AA02510643u, Words{one_words[1]}));
     Bytes bytes(16, 0xCC);
-    EXPECT_EQ(tav_util_prng_fill(&(plain = one), bytes.data(), 13), TAV_OK);
+    EXPECT_EQ(tav_util_prng_fill(&one, bytes.data(), 13), TAV_OK);
     EXPECT_EQ(bytes, (Bytes{0x38, 0x06, 0x51, 0xBA, 0xA9, 0x97, 0x54, 0xB8, 0x04, 0x91, 0x47, 0x0B,
                             0xA5, 0xCC, 0xCC, 0xCC}));
     EXPECT_EQ(tavtest::said(), "");
@@ -80,11 +70,10 @@ TEST(Prng, FillsAndBatchesAreSingleSteps) {
     }
 }
 
-// Each row: a call (in this order) and its status and trace entries.
+// Each row: a call (in this order), its status and trace entries.
 TEST(Prng, NullsAreTracedWhereTested) {
     tav_util_prng_state state = seeded(1), before = state;
-    uint64_t word = 77, *weyl = &state.weyl, *table = state.table;
-    int32_t *cursor = &state.cursor;
+    uint64_t word = 77;
     Bytes buffer(16, 0xCC);
     const auto got = [](tav_status status) {
         const std::string said = tavtest::said();
@@ -97,21 +86,16 @@ TEST(Prng, NullsAreTracedWhereTested) {
     tavtest::clear_reports();
     const std::pair<std::string, std::string> rows[] = {
         {got(tav_util_seed_prng(nullptr, 1, 2)), "3" + t("seed_prng")},
-        {got(tav_util_prng_unpacked(nullptr, weyl, table, &word)), "3" + t("prng_unpacked")},
-        {got(tav_util_prng_unpacked(cursor, nullptr, table, &word)), "3" + t("prng_unpacked")},
-        {got(tav_util_prng_unpacked(cursor, weyl, nullptr, &word)), "3" + t("prng_unpacked")},
-        {got(tav_util_prng_unpacked(cursor, weyl, table, nullptr)), "3" + t("prng_unpacked")},
+        {got(tav_util_prng_unpacked(nullptr, &word, state.table, &word)), "3" + t("prng_unpacked")},
+        {got(tav_util_prng_unpacked(&state.cursor, &word, state.table, nullptr)),
+         "3" + t("prng_unpacked")},
         {got(tav_util_prng(nullptr, &word)), "3" + t("prng_unpacked")},
-        {got(tav_util_prng(&state, nullptr)), "3" + t("prng_unpacked")},
         {got(tav_util_prng_batch(nullptr, &word, 1)), "3" + t("prng_batch")},
         {got(tav_util_prng_batch(&state, nullptr, 0)), "3" + t("prng_batch")},
         {got(tav_util_prng_batch(&state, &word, 0)), "0"},
         {got(tav_util_mix_into_prng(nullptr, 7, &word)), "7" + t("mix_into_prng", 7)},
-        {got(tav_util_mix_into_prng(&state, 7, nullptr)), "7" + t("mix_into_prng", 7)},
         {got(tav_util_prng_fill(nullptr, nullptr, 0)), "0"},
         {got(tav_util_prng_fill(&state, nullptr, 8)), "3" + t("prng_batch") + t("prng_fill")},
-        {got(tav_util_prng_fill(nullptr, buffer.data(), 8)),
-         "3" + t("prng_batch") + t("prng_fill")},
         {got(tav_util_prng_fill(nullptr, buffer.data(), 5)),
          "3" + t("prng_batch") + t("prng_fill")},
         {got(tav_util_prng_fill(&state, nullptr, 7)), "3" + t("prng_fill")},
