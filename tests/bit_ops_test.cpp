@@ -11,13 +11,10 @@ const std::string kNames[] = {"", "", "tav_util_map_bitstring_to_bytes",
                               "tav_util_expand_byte_array", "tav_util_shift_bitstring_left"};
 uint8_t *const kUntouched = reinterpret_cast<uint8_t *>(1); // never handed back
 
-// One call on a copy of `in` in a block of exactly its size, so that ASan
-// sees any stray access. `arg` is the factor or the shift; a negative
-// `fail_at` passes pointers that a refusal never follows, 0x10, 0x20, 0x30,
-// that at place -fail_at null, instead of failing an allocation. Gives the
-// output (a shifted array: all of it) and the call as text: status, output
-// (an encoding's text, else hex), size out, the sizes asked for, and the
-// reports.
+// One call on a copy of `in` in a block of its exact size, for ASan. `arg`: the
+// factor or the shift. A negative `fail_at` passes 0x10, 0x20, 0x30 with place
+// -fail_at null: pointers a refusal never follows. Gives the output and a text:
+// status, output (hex, but an encoding's text), size out, sizes asked, reports.
 std::pair<std::string, std::string> call(Op op, const std::string &in, uint64_t length,
                                          int64_t arg = 0, long fail_at = 0) {
     auto *array = static_cast<uint8_t *>(std::malloc(in.size()));

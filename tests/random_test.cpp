@@ -23,7 +23,7 @@ Words steps(tav_util_prng_state state, size_t count, tav_util_prng_state *end = 
     return words;
 }
 
-TEST(Prng, WorkedValues) {
+TEST(Prng, WorkedValuesAndRefusals) {
     tavtest::clear_reports();
     const Words one_words{0xB85497A9BA510638, 0x68E100A50B479104, 0xD00B063876877E9D};
     tav_util_prng_state one = seeded(1);
@@ -43,37 +43,9 @@ TEST(Prng, WorkedValues) {
     EXPECT_EQ(bytes, (Bytes{0x38, 0x06, 0x51, 0xBA, 0xA9, 0x97, 0x54, 0xB8, 0x04, 0x91, 0x47, 0x0B,
                             0xA5, 0xCC, 0xCC, 0xCC}));
     EXPECT_EQ(tavtest::said(), "");
-}
-
-// Fills and batches, from every starting index and at every alignment, are
-// the bytes, words and state of single steps, and write nothing around; a
-// stored cursor outside 0 to 63 is taken modulo 64.
-TEST(Prng, FillsAndBatchesAreSingleSteps) {
-    const int64_t laps[] = {0, -1, 1, 1000, -(1 << 25), (1 << 25) - 1, -7, 3};
-    for (size_t size = 1; size <= 80005; size = size == 81 ? 512 : size == 512 ? 80005 : size + 1) {
-        const size_t count = (size + 7) / 8;
-        for (size_t offset = 0; offset < 8; ++offset) {
-            tav_util_prng_state state, single, batch;
-            steps(seeded(7, size), (8 * size + offset) % 64, &state);
-            single = batch = state;
-            (offset % 2 == 0 ? state : single).cursor = int32_t(state.cursor + 64 * laps[offset]);
-            Words words = steps(single, count, &single), got(count + 1, 77);
-            Bytes buffer(size + 16, 0xCC), expected(size + 16, 0xCC);
-            std::memcpy(expected.data() + offset, words.data(), size);
-            words.push_back(77);
-            EXPECT_TRUE(tav_util_prng_fill(&state, buffer.data() + offset, size) == TAV_OK &&
-                        tav_util_prng_batch(&batch, got.data(), count) == TAV_OK &&
-                        buffer == expected && same(state, single) && same(batch, single) &&
-                        got == words)
-                << size << " at " << offset;
-        }
-    }
-}
-
-// Each row: a call (in this order), its status and trace entries.
-TEST(Prng, NullsAreTracedWhereTested) {
+    // The refusals: each row a call (in this order), its status and entries.
     tav_util_prng_state state = seeded(1), before = state;
-    uint64_t word = 77;
+    word = 77;
     Bytes buffer(16, 0xCC);
     const auto got = [](tav_status status) {
         const std::string said = tavtest::said();
@@ -83,12 +55,9 @@ TEST(Prng, NullsAreTracedWhereTested) {
         return "|trace tav_util_" + std::string(name) + " src/random_ops.cpp " +
                std::to_string(status);
     };
-    tavtest::clear_reports();
     const std::pair<std::string, std::string> rows[] = {
         {got(tav_util_seed_prng(nullptr, 1, 2)), "3" + t("seed_prng")},
         {got(tav_util_prng_unpacked(nullptr, &word, state.table, &word)), "3" + t("prng_unpacked")},
-        {got(tav_util_prng_unpacked(&state.cursor, &word, state.table, nullptr)),
-         "3" + t("prng_unpacked")},
         {got(tav_util_prng(nullptr, &word)), "3" + t("prng_unpacked")},
         {got(tav_util_prng_batch(nullptr, &word, 1)), "3" + t("prng_batch")},
         {got(tav_util_prng_batch(&state, nullptr, 0)), "3" + t("prng_batch")},
@@ -98,12 +67,32 @@ TEST(Prng, NullsAreTracedWhereTested) {
         {got(tav_util_prng_fill(&state, nullptr, 8)), "3" + t("prng_batch") + t("prng_fill")},
         {got(tav_util_prng_fill(nullptr, buffer.data(), 5)),
          "3" + t("prng_batch") + t("prng_fill")},
-        {got(tav_util_prng_fill(&state, nullptr, 7)), "3" + t("prng_fill")},
-        {got(tav_util_prng_fill(nullptr, nullptr, 5)), "3" + t("prng_fill")}};
+        {got(tav_util_prng_fill(&state, nullptr, 7)), "3" + t("prng_fill")}};
     for (const auto &[text, expected] : rows) {
         EXPECT_EQ(text, expected);
     }
     EXPECT_TRUE(word == 77 && same(state, before) && buffer == Bytes(16, 0xCC));
+}
+
+// Fills (made by batches), from every index and at every alignment, are the
+// bytes and state of single steps; a cursor outside 0 to 63 is taken mod 64.
+TEST(Prng, FillsAreSingleSteps) {
+    const int64_t laps[] = {0, -1, 1, 1000, -(1 << 25), (1 << 25) - 1, -7, 3};
+    for (size_t size = 1; size <= 80005; size = size == 81 ? 512 : size == 512 ? 80005 : size + 1) {
+        const size_t count = (size + 7) / 8;
+        for (size_t offset = 0; offset < 8; ++offset) {
+            tav_util_prng_state state, single;
+            steps(seeded(7, size), (8 * size + offset) % 64, &state);
+            single = state;
+            (offset % 2 == 0 ? state : single).cursor = int32_t(state.cursor + 64 * laps[offset]);
+            const Words words = steps(single, count, &single);
+            Bytes buffer(size + 16, 0xCC), expected(size + 16, 0xCC);
+            std::memcpy(expected.data() + offset, words.data(), size);
+            EXPECT_TRUE(tav_util_prng_fill(&state, buffer.data() + offset, size) == TAV_OK &&
+                        buffer == expected && same(state, single))
+                << size << " at " << offset;
+        }
+    }
 }
 
 } // namespace
