@@ -23,7 +23,7 @@ Words steps(tav_util_prng_state state, size_t count, tav_util_prng_state *end = 
     return words;
 }
 
-TEST(Prng, WorkedValuesAndRefusals) {
+TEST(Prng, WorkedValuesRefusalsAndFills) {
     tavtest::clear_reports();
     const Words one_words{0xB85497A9BA510638, 0x68E100A50B479104, 0xD00B063876877E9D};
     tav_util_prng_state one = seeded(1);
@@ -72,18 +72,14 @@ TEST(Prng, WorkedValuesAndRefusals) {
         EXPECT_EQ(text, expected);
     }
     EXPECT_TRUE(word == 77 && same(state, before) && buffer == Bytes(16, 0xCC));
-}
-
-// Fills (made by batches), from every index and at every alignment, are the
-// bytes and state of single steps; a cursor outside 0 to 63 is taken mod 64.
-TEST(Prng, FillsAreSingleSteps) {
+    // Fills (made by batches), from every index and at every alignment, are the
+    // bytes and state of single steps; a cursor outside 0 to 63 is taken mod 64.
     const int64_t laps[] = {0, -1, 1, 1000, -(1 << 25), (1 << 25) - 1, -7, 3};
     for (size_t size = 1; size <= 80005; size = size == 81 ? 512 : size == 512 ? 80005 : size + 1) {
         const size_t count = (size + 7) / 8;
         for (size_t offset = 0; offset < 8; ++offset) {
-            tav_util_prng_state state, single;
             steps(seeded(7, size), (8 * size + offset) % 64, &state);
-            single = state;
+            tav_util_prng_state single = state;
             (offset % 2 == 0 ? state : single).cursor = int32_t(state.cursor + 64 * laps[offset]);
             const Words words = steps(single, count, &single);
             Bytes buffer(size + 16, 0xCC), expected(size + 16, 0xCC);
