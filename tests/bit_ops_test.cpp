@@ -5,11 +5,9 @@
 
 namespace {
 
-const std::string kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 enum Op { kEncode, kDecode, kMap, kExpand, kShift };
 const std::string kNames[] = {"", "", "tav_util_map_bitstring_to_bytes",
                               "tav_util_expand_byte_array", "tav_util_shift_bitstring_left"};
-uint8_t *const kUntouched = reinterpret_cast<uint8_t *>(1); // never handed back
 
 // One call on a copy of `in` in a block of its exact size, for ASan. `arg`: the
 // factor or the shift. A negative `fail_at` passes 0x10, 0x20, 0x30 with place
@@ -37,10 +35,8 @@ std::pair<std::string, std::string> call(Op op, const std::string &in, uint64_t 
                 ? tav_util_expand_byte_array(bytes, length, static_cast<int32_t>(arg), o, s)
                 : tav_util_shift_bitstring_left(bytes, s, static_cast<uint64_t>(arg));
     });
-    const std::string output(reinterpret_cast<char *>(op == kShift ? array : out),
-                             op == kShift     ? in.size()
-                             : out != nullptr ? size
-                                              : 0);
+    const size_t shown = op == kShift ? in.size() : out == nullptr ? 0 : size;
+    const std::string output(reinterpret_cast<char *>(op == kShift ? array : out), shown);
     std::string text = std::to_string(status) + " ", said = tavtest::said();
     for (const char c : output) {
         char pair[3];
@@ -57,8 +53,7 @@ std::pair<std::string, std::string> call(Op op, const std::string &in, uint64_t 
     return {output, text + (said.empty() ? "" : "|" + said)};
 }
 std::string decode(const std::string &text) { return call(kDecode, text, text.size()).first; }
-// Each length round trips, also with foreign bytes between the characters,
-// which a decoding skips.
+// Each length round trips, also with foreign bytes between the characters.
 TEST(BitOps, Base64RoundTrips) {
     std::mt19937 engine(3);
     for (size_t length = 0; length < 80; ++length) {
