@@ -69,16 +69,12 @@ TEST(BitOps, Base64RoundTrips) {
     }
 }
 
-// A shift past the end empties the string: moved bits clear the array, else
-// it stays. A negative factor or a product past 64 bits fails as a refused
-// block. The long shifts' values come from a separate reading of the rule.
+// Past the end a shift empties the string (moved bits clear the array); a
+// negative factor or a product past 64 bits fails as a refused block.
 TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
     tavtest::clear_reports();
-    const std::string in = "YWJjZGVmZw", ab = "\xAB\xCD", abc = "\xAB\xCD\xEF";
-    std::string twenty(20, '\0');
-    for (size_t i = 0; i < twenty.size(); ++i) {
-        twenty[i] = static_cast<char>(i * 0x35 + 0x9B);
-    }
+    const std::string in = "YWJjZGVmZw", ab = "\xAB\xCD", abc = "\xAB\xCD\xEF",
+                      twenty = "bits in a long array";
     const auto said = [](Op op, const std::string &line, int status) {
         return "|log " + kNames[op] + " " +
                (status == 2    ? "Memory allocation failed"
@@ -99,11 +95,10 @@ TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
           Row{kShift, ab, 2, 12, 0, "0 d000 1"},
           Row{kShift, abc, 3, 25, 0, "0 000000 0"},
           Row{kShift, abc, 3, 32, 0, "0 abcdef 0"},
-          Row{kShift, twenty, 20, 3, 0, "0 de8029d37d26c8721bc56f10ba640db75902ac50 20"},
-          Row{kShift, twenty, 20, 13, 0, "0 00a74df49b21c86f15bc42e99036dd640ab14000 19"},
-          Row{kShift, twenty, 20, 72, 0, "0 78ade2174c81b6eb20558ae2174c81b6eb20558a 11"},
+          Row{kShift, twenty, 20, 3, 0, "0 134ba399034b71030903637b7339030b93930bc8 20"},
+          Row{kShift, twenty, 20, 13, 0, "0 2e8e640d2dc40c240d8dedcce40c2e4e4c2f2000 19"},
+          Row{kShift, twenty, 20, 72, 0, "0 206c6f6e672061727261796f6e67206172726179 11"},
           Row{kMap, "\xA0\x05", 2, 0, 0, "0 01000100000000000000000000010001 16 16"},
-          Row{kMap, "", 0, 0, 0, "0  0 0"},
           Row{kExpand, "\1\2", 2, 3, 0, "0 010101020202 6 6"},
           Row{kExpand, "\1\2", 2, 0, 0, "0  0 0"},
           Row{kEncode, in, 7, 0, 1, "2 null 12 12"},

@@ -35,42 +35,35 @@ TEST(Prng, WorkedValuesRefusalsAndFills) {
     EXPECT_EQ(steps(seeded(1, 5), 3), (Words{0xD85F17C16A4BD32D, one_words[1], one_words[2]}));
     tav_util_prng_state mixed = one;
     uint64_t word = 0;
-    EXPECT_EQ(tav_util_mix_into_prng(&mixed, 7, &word), TAV_OK);
-    EXPECT_EQ(std::tuple(word, steps(mixed, 1)),
-              std::tuple(0xB85497AA02510643u, Words{one_words[1]}));
+    EXPECT_EQ((std::tuple{tav_util_mix_into_prng(&mixed, 7, &word), word, steps(mixed, 1)}),
+              (std::tuple{TAV_OK, 0xB85497AA02510643u, Words{one_words[1]}}));
     Bytes bytes(16, 0xCC);
-    EXPECT_EQ(tav_util_prng_fill(&one, bytes.data(), 13), TAV_OK);
-    EXPECT_EQ(bytes, (Bytes{0x38, 0x06, 0x51, 0xBA, 0xA9, 0x97, 0x54, 0xB8, 0x04, 0x91, 0x47, 0x0B,
-                            0xA5, 0xCC, 0xCC, 0xCC}));
+    EXPECT_EQ((std::tuple{tav_util_prng_fill(&one, bytes.data(), 13), bytes}),
+              (std::tuple{TAV_OK, Bytes{0x38, 0x06, 0x51, 0xBA, 0xA9, 0x97, 0x54, 0xB8, 0x04, 0x91,
+                                        0x47, 0x0B, 0xA5, 0xCC, 0xCC, 0xCC}}));
     EXPECT_EQ(tavtest::said(), "");
-    // The refusals: each row a call (in this order), its status and entries.
+    // The refusals, in this order, and their trace entries.
     tav_util_prng_state state = seeded(1), before = state;
     word = 77;
     Bytes buffer(16, 0xCC);
-    const auto got = [](tav_status status) {
-        const std::string said = tavtest::said();
-        return std::to_string(status) + (said.empty() ? "" : "|" + said);
-    };
     const auto t = [](const char *name, int status = 3) {
-        return "|trace tav_util_" + std::string(name) + " src/random_ops.cpp " +
-               std::to_string(status);
+        return "trace tav_util_" + std::string(name) + " src/random_ops.cpp " +
+               std::to_string(status) + "|";
     };
-    const std::pair<std::string, std::string> rows[] = {
-        {got(tav_util_seed_prng(nullptr, 1, 2)), "3" + t("seed_prng")},
-        {got(tav_util_prng_unpacked(nullptr, &word, state.table, &word)), "3" + t("prng_unpacked")},
-        {got(tav_util_prng(nullptr, &word)), "3" + t("prng_unpacked")},
-        {got(tav_util_prng_batch(nullptr, &word, 1)), "3" + t("prng_batch")},
-        {got(tav_util_prng_batch(&state, nullptr, 0)), "3" + t("prng_batch")},
-        {got(tav_util_prng_batch(&state, &word, 0)), "0"},
-        {got(tav_util_mix_into_prng(nullptr, 7, &word)), "7" + t("mix_into_prng", 7)},
-        {got(tav_util_prng_fill(nullptr, nullptr, 0)), "0"},
-        {got(tav_util_prng_fill(&state, nullptr, 8)), "3" + t("prng_batch") + t("prng_fill")},
-        {got(tav_util_prng_fill(nullptr, buffer.data(), 5)),
-         "3" + t("prng_batch") + t("prng_fill")},
-        {got(tav_util_prng_fill(&state, nullptr, 7)), "3" + t("prng_fill")}};
-    for (const auto &[text, expected] : rows) {
-        EXPECT_EQ(text, expected);
-    }
+    EXPECT_EQ(
+        (std::tuple{tav_util_seed_prng(nullptr, 1, 2),
+                    tav_util_prng_unpacked(nullptr, &word, state.table, &word),
+                    tav_util_prng(nullptr, &word), tav_util_prng_batch(nullptr, &word, 1),
+                    tav_util_prng_batch(&state, nullptr, 0), tav_util_prng_batch(&state, &word, 0),
+                    tav_util_mix_into_prng(nullptr, 7, &word),
+                    tav_util_prng_fill(nullptr, nullptr, 0), tav_util_prng_fill(&state, nullptr, 8),
+                    tav_util_prng_fill(nullptr, buffer.data(), 5),
+                    tav_util_prng_fill(&state, nullptr, 7)}),
+        (std::tuple{3, 3, 3, 3, 3, 0, 7, 0, 3, 3, 3}));
+    EXPECT_EQ(tavtest::said() + "|", t("seed_prng") + t("prng_unpacked") + t("prng_unpacked") +
+                                         t("prng_batch") + t("prng_batch") + t("mix_into_prng", 7) +
+                                         t("prng_batch") + t("prng_fill") + t("prng_batch") +
+                                         t("prng_fill") + t("prng_fill"));
     EXPECT_TRUE(word == 77 && same(state, before) && buffer == Bytes(16, 0xCC));
     // Fills (made by batches), from every index and at every alignment, are the
     // bytes and state of single steps; a cursor outside 0 to 63 is taken mod 64.
