@@ -2,9 +2,8 @@
 
 namespace {
 
-// The worked rotation. Then 1 added to 1e16 is lost to rounding, so that
-// rotating 1e16 out leaves 0 though a slot holds 1; only a period's last set
-// counts; and the sums keep the rests of their own arithmetic.
+// The worked rotation; then 1 added to 1e16 is lost to rounding, so rotating
+// 1e16 out leaves 0 though a slot holds 1; a period's last set alone counts.
 TEST(Sum, RotationRoundingRestsAndRefusals) {
     tav_util_sum sum{};
     ASSERT_EQ(tav_util_sum_init(&sum, 2), TAV_OK);
