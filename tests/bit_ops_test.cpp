@@ -5,6 +5,7 @@
 
 namespace {
 
+const char kHex[] = "0123456789abcdef";
 enum Op { kEncode, kDecode, kMap, kExpand, kShift };
 const std::string kNames[] = {"", "", "tav_util_map_bitstring_to_bytes",
                               "tav_util_expand_byte_array", "tav_util_shift_bitstring_left"};
@@ -13,8 +14,7 @@ const std::string kNames[] = {"", "", "tav_util_map_bitstring_to_bytes",
 // factor or the shift. A negative `fail_at` passes 0x10, 0x20, 0x30 with place
 // -fail_at null: pointers a refusal never follows. Gives the output and a text:
 // status, output (hex, but an encoding's text), size out, sizes asked, reports.
-std::pair<std::string, std::string> call(Op op, const std::string &in, uint64_t length,
-                                         int64_t arg = 0, long fail_at = 0) {
+auto call(Op op, const std::string &in, uint64_t length, int64_t arg = 0, long fail_at = 0) {
     auto *array = static_cast<uint8_t *>(std::malloc(in.size()));
     std::copy(in.begin(), in.end(), array);
     uint8_t *out = nullptr;
@@ -38,10 +38,8 @@ std::pair<std::string, std::string> call(Op op, const std::string &in, uint64_t 
     const size_t shown = op == kShift ? in.size() : out == nullptr ? 0 : size;
     const std::string output(reinterpret_cast<char *>(op == kShift ? array : out), shown);
     std::string text = std::to_string(status) + " ", said = tavtest::said();
-    for (const char c : output) {
-        char pair[3];
-        std::snprintf(pair, sizeof pair, "%02x", static_cast<uint8_t>(c));
-        text += op == kEncode ? std::string(1, c) : pair;
+    for (const uint8_t c : output) {
+        text += op == kEncode ? std::string(1, c) : std::string{kHex[c >> 4], kHex[c & 15]};
     }
     text += (op != kShift && out == nullptr ? "null " : " ") + std::to_string(size);
     for (const size_t asked : run.sizes) {
@@ -50,7 +48,7 @@ std::pair<std::string, std::string> call(Op op, const std::string &in, uint64_t 
     EXPECT_EQ(run.live_blocks, status == TAV_OK ? run.allocations : 0) << text;
     std::free(out);
     std::free(array);
-    return {output, text + (said.empty() ? "" : "|" + said)};
+    return std::pair(output, text + (said.empty() ? "" : "|" + said));
 }
 std::string decode(const std::string &text) { return call(kDecode, text, text.size()).first; }
 // Each length round trips, also with foreign bytes between the characters.
@@ -61,8 +59,7 @@ TEST(BitOps, Base64RoundTrips) {
         std::generate(input.begin(), input.end(), [&] { return static_cast<char>(engine()); });
         const std::string text = call(kEncode, input, length).first;
         for (const char c : text) {
-            noisy +=
-                std::string(engine() % 8 < 5 ? 0 : engine() % 3, "\n= \x80\0"[engine() % 5]) + c;
+            noisy += std::string(engine() % 3 == 0, "\n= \x80\0"[engine() % 5]) + c;
         }
         EXPECT_EQ(std::tuple(decode(text), decode(noisy), tav_util_to_base64_size(length)),
                   std::tuple(input, input, text.size()));
@@ -73,8 +70,7 @@ TEST(BitOps, Base64RoundTrips) {
 // negative factor or a product past 64 bits fails as a refused block.
 TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
     tavtest::clear_reports();
-    const std::string in = "YWJjZGVmZw", ab = "\xAB\xCD", abc = "\xAB\xCD\xEF",
-                      twenty = "bits in a long array";
+    const std::string in = "bits in a long array", ab = "\xAB\xCD", abc = "\xAB\xCD\xEF";
     const auto said = [](Op op, const std::string &line, int status) {
         return "|log " + kNames[op] + " " +
                (status == 2    ? "Memory allocation failed"
@@ -95,9 +91,9 @@ TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
           Row{kShift, ab, 2, 12, 0, "0 d000 1"},
           Row{kShift, abc, 3, 25, 0, "0 000000 0"},
           Row{kShift, abc, 3, 32, 0, "0 abcdef 0"},
-          Row{kShift, twenty, 20, 3, 0, "0 134ba399034b71030903637b7339030b93930bc8 20"},
-          Row{kShift, twenty, 20, 13, 0, "0 2e8e640d2dc40c240d8dedcce40c2e4e4c2f2000 19"},
-          Row{kShift, twenty, 20, 72, 0, "0 206c6f6e672061727261796f6e67206172726179 11"},
+          Row{kShift, in, 20, 3, 0, "0 134ba399034b71030903637b7339030b93930bc8 20"},
+          Row{kShift, in, 20, 13, 0, "0 2e8e640d2dc40c240d8dedcce40c2e4e4c2f2000 19"},
+          Row{kShift, in, 20, 72, 0, "0 206c6f6e672061727261796f6e67206172726179 11"},
           Row{kMap, "\xA0\x05", 2, 0, 0, "0 01000100000000000000000000010001 16 16"},
           Row{kExpand, "\1\2", 2, 3, 0, "0 010101020202 6 6"},
           Row{kExpand, "\1\2", 2, 0, 0, "0  0 0"},
