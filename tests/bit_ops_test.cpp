@@ -97,6 +97,7 @@ TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
           Row{kMap, "\xA0\x05", 2, 0, 0, "0 01000100000000000000000000010001 16 16"},
           Row{kExpand, "\1\2", 2, 3, 0, "0 010101020202 6 6"},
           Row{kExpand, "\1\2", 2, 0, 0, "0  0 0"},
+          Row{kExpand, "\1\2", 2, 1, 0, "0 0102 2 2"},
           Row{kEncode, in, 7, 0, 1, "2 null 12 12"},
           Row{kDecode, in, 10, 0, 1, "2 null 6 9"},
           Row{kMap, in, 3, 0, 1, "2 null 24 24" + said(kMap, "", 2)},

@@ -13,8 +13,7 @@ TEST(Hash, ValuesAtEveryAlignmentAndRefusals) {
           Row{"abcdefgh", 0xB3D82310AC69EFB1u}, Row{"abcdefghi", 0x14C34D22EA476743u},
           Row{{"\0\0a", 3}, 0x86B8D0A29D36348Bu}, Row{{"a\0\0\0\0\0\0\0", 8}, 0x86B8D0A29D36348Bu},
           Row{std::string(16, '\0'), 0x7B68B2FA996F6413u}, Row{"abcdefghij", 0x50F1F4D988B9CE70u},
-          Row{"abcdefghijklmno", 0xBD51E89707268E9Du},
-          Row{"abcdefghijklmnopqrstuvwxyz0123456789ABCDE", 0x8D0D51517FD1E382u}}) {
+          Row{"abcdefghijklmnopqrstuvw", 0x488FF71EAB0652CBu}}) {
         for (size_t offset = 0; offset < 8; ++offset) {
             Bytes placed(offset); // malloc'd: offset 0 is word-aligned
             placed.insert(placed.end(), text.begin(), text.end());
