@@ -108,7 +108,12 @@ TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
           Row{kExpand, in, UINT64_MAX, -1, 0, "2 null 1 1" + said(kExpand, "", 2)},
           Row{kExpand, in, uint64_t{1} << 62, 4, 0, "2 null 0 0" + said(kExpand, "", 2)},
           Row{kShift, ab, 2, 4, -1, "3 abcd 2" + said(kShift, "(nil) 0x20", 3)},
+          Row{kShift, ab, 2, 4, -2, "3 abcd 2" + said(kShift, "0x10 (nil)", 3)},
           Row{kMap, ab, 2, 0, -1, "3 null 99" + said(kMap, "(nil) 0x20 0x30", 3)},
+          Row{kMap, ab, 2, 0, -2, "3 null 99" + said(kMap, "0x10 (nil) 0x30", 3)},
+          Row{kMap, ab, 2, 0, -3, "3 null 99" + said(kMap, "0x10 0x20 (nil)", 3)},
+          Row{kExpand, ab, 2, 2, -1, "3 null 99" + said(kExpand, "(nil) 0x20 0x30", 3)},
+          Row{kExpand, ab, 2, 2, -2, "3 null 99" + said(kExpand, "0x10 (nil) 0x30", 3)},
           Row{kExpand, ab, 2, 2, -3, "3 null 99" + said(kExpand, "0x10 0x20 (nil)", 3)}}) {
         EXPECT_EQ(call(op, input, length, arg, fail_at).second, expected) << op << " " << input;
     }
