@@ -5,238 +5,118 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
-const std::string kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+const char kHex[] = "0123456789abcdef";
 enum Op { kEncode, kDecode, kMap, kExpand, kShift };
 const std::string kNames[] = {"", "", "tav_util_map_bitstring_to_bytes",
                               "tav_util_expand_byte_array", "tav_util_shift_bitstring_left"};
-uint8_t *const kUntouched = reinterpret_cast<uint8_t *>(1); // never handed back
 
-struct Result {
+// One call on a copy of `in` in a block of its exact size, for ASan. `arg`: the
+// factor or the shift. A negative `fail_at` passes 0x10, 0x20, 0x30 with place
+// -fail_at null: pointers a refusal never follows. Gives the output and a text:
+// status, output (hex, but an encoding's text), size out, sizes asked, reports.
+auto call(Op op, const std::string &in, uint64_t length, int64_t arg = 0, long fail_at = 0) {
+    auto *array = static_cast<uint8_t *>(std::malloc(in.size()));
+    std::copy(in.begin(), in.end(), array);
+    uint8_t *out = nullptr;
+    uint64_t size = op == kShift ? length : 99;
+    void *at[] = {array, op == kShift ? static_cast<void *>(&size) : &out, &size};
+    for (uintptr_t i = 0; fail_at < 0 && i < 3; ++i) {
+        at[i] = i + 1 == uintptr_t(-fail_at) ? nullptr : reinterpret_cast<void *>(16 * i + 16);
+    }
+    auto *bytes = static_cast<uint8_t *>(at[0]), **o = static_cast<uint8_t **>(at[1]);
+    auto *s = static_cast<uint64_t *>(at[op == kShift ? 1 : 2]);
     tav_status status = TAV_ERR_SYSTEM;
-    std::string bytes; // the output, size out long (a shifted array: all of it)
-    uint64_t size = 99;
-    tavtest::AllocRun run;
-    uint8_t *out = kUntouched;
-};
-
-// `arg` is the factor or the shift. A shifted array lies in a block of exactly
-// its size, so ASan sees any stray access.
-Result call(Op op, const std::string &in, uint64_t length, int64_t arg = 0, long fail_at = 0) {
-    Result r;
-    const auto *bytes = reinterpret_cast<const uint8_t *>(in.data());
-    if (op == kShift) {
-        r.out = static_cast<uint8_t *>(std::malloc(in.size()));
-        std::copy(in.begin(), in.end(), r.out);
-        r.size = length;
-    }
-    r.run = tavtest::run_allocations(fail_at, [&] {
-        uint8_t **o = &r.out;
-        uint64_t *s = &r.size;
-        r.status = op == kEncode
-                       ? tav_util_base64_encode(bytes, length, reinterpret_cast<char **>(o), s)
-                   : op == kDecode ? tav_util_base64_decode(in.data(), length, o, s)
-                   : op == kMap    ? tav_util_map_bitstring_to_bytes(bytes, length, o, s)
-                   : op == kExpand
-                       ? tav_util_expand_byte_array(bytes, length, static_cast<int32_t>(arg), o, s)
-                       : tav_util_shift_bitstring_left(r.out, s, static_cast<uint64_t>(arg));
+    const tavtest::AllocRun run = tavtest::run_allocations(std::max(fail_at, 0L), [&] {
+        status =
+            op == kEncode   ? tav_util_base64_encode(bytes, length, reinterpret_cast<char **>(o), s)
+            : op == kDecode ? tav_util_base64_decode(reinterpret_cast<char *>(bytes), length, o, s)
+            : op == kMap    ? tav_util_map_bitstring_to_bytes(bytes, length, o, s)
+            : op == kExpand
+                ? tav_util_expand_byte_array(bytes, length, static_cast<int32_t>(arg), o, s)
+                : tav_util_shift_bitstring_left(bytes, s, static_cast<uint64_t>(arg));
     });
-    if (r.out != nullptr && r.out != kUntouched) {
-        r.bytes.assign(reinterpret_cast<char *>(r.out), op == kShift ? in.size() : r.size);
-        std::free(r.out);
+    const size_t shown = op == kShift ? in.size() : out == nullptr ? 0 : size;
+    const std::string output(reinterpret_cast<char *>(op == kShift ? array : out), shown);
+    std::string text = std::to_string(status) + " ", said = tavtest::said();
+    for (const uint8_t c : output) {
+        text += op == kEncode ? std::string(1, c) : std::string{kHex[c >> 4], kHex[c & 15]};
     }
-    return r;
-}
-std::string decode(const std::string &text) { return call(kDecode, text, text.size()).bytes; }
-
-std::string random_bytes(std::mt19937 &engine, size_t length) {
-    std::string out(length, '\0');
-    std::generate(out.begin(), out.end(), [&] { return static_cast<char>(engine()); });
-    return out;
-}
-std::string bits_of(const std::string &bytes, char zero) { // one per bit, high bit first
-    std::string bits;
-    for (size_t i = 0; i < 8 * bytes.size(); ++i) {
-        bits += static_cast<char>(zero + (bytes[i / 8] >> (7 - i % 8) & 1));
+    text += (op != kShift && out == nullptr ? "null " : " ") + std::to_string(size);
+    for (const size_t asked : run.sizes) {
+        text += " " + std::to_string(asked);
     }
-    return bits;
+    EXPECT_EQ(run.live_blocks, status == TAV_OK ? run.allocations : 0) << text;
+    std::free(out);
+    std::free(array);
+    return std::pair(output, text + (said.empty() ? "" : "|" + said));
 }
-// The plain error line and trace entry of a bit-string operation's failure.
-void add_reports(Lines &lines, Op op, const std::string &text, tav_status status) {
-    lines.push_back("log " + kNames[op] + " " + text);
-    lines.push_back("trace " + kNames[op] + " src/bit_ops.cpp " + std::to_string(status));
-}
-
-TEST(BitOps, Base64GivesTheWorkedValuesSilentlyInExactBlocks) {
-    tavtest::clear_reports();
-    const std::pair<std::string, std::string> encoded[] = {
-        {"", ""},        {"a", "YQ=="},        {"ab", "YWI="},
-        {"abc", "YWJj"}, {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}};
-    for (const auto &[plain, text] : encoded) {
-        const Result e = call(kEncode, plain, plain.size());
-        EXPECT_EQ(std::make_tuple(e.status, e.bytes, e.run.sizes),
-                  std::make_tuple(TAV_OK, text, std::vector<size_t>{text.size()})); // no terminator
-        EXPECT_EQ(decode(text), plain);
-        EXPECT_EQ(tav_util_to_base64_size(plain.size()), text.size());
-    }
-    // One character is a whole group, and padding does not end the text.
-    const std::tuple<std::string, const char *, size_t> decoded[] = {
-        {"YQ", "a", 1},
-        {"Y", "\x60\0\0", 3},
-        {"YQ==YQ==", "\x61\x06\x10", 3},
-        {"=\t \x80", "", 0},
-        {"YWJj\r\r", "abc", 3}};
-    for (const auto &[text, bytes, size] : decoded) {
-        const Result d = call(kDecode, text, text.size());
-        EXPECT_EQ(std::make_tuple(d.status, d.bytes),
-                  std::make_tuple(TAV_OK, std::string(bytes, size)));
-    }
-    EXPECT_TRUE(tavtest::reports().empty());
-}
-
-// Round trips at every length across the word-wide paths; foreign bytes strewn
-// anywhere, or line breaks every 76 characters, decode as the text without them.
-TEST(BitOps, Base64RoundTripsAndSkipsForeignBytes) {
+std::string decode(const std::string &text) { return call(kDecode, text, text.size()).first; }
+// Each length round trips, also with foreign bytes between the characters.
+TEST(BitOps, Base64RoundTrips) {
     std::mt19937 engine(3);
     for (size_t length = 0; length < 80; ++length) {
-        const std::string input = random_bytes(engine, length);
-        std::string plain; // group by group, as the rule reads
-        for (size_t i = 0; i < length; i += 3) {
-            const auto byte = [&](size_t k) { return k < length ? uint8_t(input[k]) : 0u; };
-            const unsigned group = byte(i) << 16 | byte(i + 1) << 8 | byte(i + 2);
-            for (size_t c = 0; c < 4; ++c) {
-                plain += i + c <= length ? kAlphabet[group >> (18 - 6 * c) & 63] : '=';
-            }
+        std::string input(length, '\0'), noisy;
+        std::generate(input.begin(), input.end(), [&] { return static_cast<char>(engine()); });
+        const std::string text = call(kEncode, input, length).first;
+        for (const char c : text) {
+            noisy += std::string(engine() % 3 == 0, "\n= \x80\0"[engine() % 5]) + c;
         }
-        const std::string text = call(kEncode, input, length).bytes;
-        EXPECT_EQ(text, plain) << length;
-        EXPECT_EQ(decode(text), input) << length;
-    }
-    for (int round = 0; round < 2000; ++round) {
-        std::string text(engine() % 41, '\0'), usable;
-        for (char &c : text) {
-            c = engine() % 4 != 0 ? kAlphabet[engine() % 64] : static_cast<char>(engine());
-            usable += kAlphabet.find(c) != std::string::npos ? std::string(1, c) : "";
-        }
-        EXPECT_EQ(decode(text), decode(usable)) << text;
-    }
-    const std::string clean = call(kEncode, random_bytes(engine, 75), 75).bytes;
-    const std::string foreign(".,*@[`{:=\n\x80\xff\0", 13); // the alphabet's neighbours
-    for (size_t place = 0; place <= clean.size(); ++place) {
-        EXPECT_EQ(decode(clean.substr(0, place) + foreign[place % 13] + clean.substr(place)),
-                  decode(clean))
-            << place;
-    }
-    const std::string input = random_bytes(engine, 1000);
-    std::string wrapped = call(kEncode, input, input.size()).bytes;
-    for (size_t i = 76; i < wrapped.size(); i += 77) {
-        wrapped.insert(i, "\n");
-    }
-    EXPECT_EQ(decode(wrapped), input);
-}
-
-// Past its end a shift empties the string: moved bits clear the array, else it
-// stays. The sweep drops `bits` of the bits as text and packs the rest.
-TEST(BitOps, ShiftMapAndExpandGiveTheWorkedValuesAndMatchTheBitsAsText) {
-    tavtest::clear_reports();
-    const std::tuple<std::string, uint64_t, const char *, uint64_t> cases[] = {
-        {"\xAB\xCD", 0, "\xAB\xCD", 2},          {"\xAB\xCD", 4, "\xBC\xD0", 2},
-        {"\xAB\xCD", 8, "\xCD\xCD", 1},          {"\xAB\xCD", 12, "\xD0\0", 1},
-        {"\xAB\xCD", 16, "\xAB\xCD", 0},         {"\xAB\xCD\xEF", 25, "\0\0\0", 0},
-        {"\xAB\xCD\xEF", 32, "\xAB\xCD\xEF", 0}, {"\xAB\xCD\xEF", UINT64_MAX, "\0\0\0", 0}};
-    for (const auto &[array, bits, after, length] : cases) {
-        const Result r = call(kShift, array, array.size(), static_cast<int64_t>(bits));
-        EXPECT_EQ(std::make_tuple(r.status, r.bytes, r.size),
-                  std::make_tuple(TAV_OK, std::string(after, array.size()), length));
-    }
-    EXPECT_EQ(call(kMap, "\xA0", 1).bytes, std::string("\1\0\1\0\0\0\0\0", 8));
-    const std::tuple<Op, int32_t, std::string> spread[] = {
-        {kExpand, 3, "\1\1\1\2\2\2"}, {kExpand, 0, ""}, {kMap, 0, ""}};
-    for (const auto &[op, factor, out] : spread) {
-        const Result r = call(op, "\1\2", op == kMap ? 0 : 2, factor);
-        EXPECT_EQ(std::make_tuple(r.status, r.bytes, r.run.sizes),
-                  std::make_tuple(TAV_OK, out, std::vector<size_t>{out.size()}));
-    }
-    EXPECT_TRUE(tavtest::reports().empty());
-    std::mt19937 engine(5);
-    for (size_t length = 1; length < 24; ++length) {
-        const std::string array = random_bytes(engine, length), text = bits_of(array, '0');
-        EXPECT_EQ(call(kMap, array, length).bytes, bits_of(array, '\0'));
-        for (uint64_t bits = 0; bits <= 8 * length; ++bits) {
-            const std::string behind =
-                bits % 8 != 0 ? std::string(bits, '0') : text.substr(text.size() - bits);
-            const Result r = call(kShift, array, length, static_cast<int64_t>(bits));
-            EXPECT_EQ(std::make_tuple(bits_of(r.bytes, '0'), r.size),
-                      std::make_tuple(text.substr(bits) + behind, length - bits / 8))
-                << length << " " << bits;
-        }
+        EXPECT_EQ(std::tuple(decode(text), decode(noisy), tav_util_to_base64_size(length)),
+                  std::tuple(input, input, text.size()));
     }
 }
 
-// One allocation each; a negative factor or a product past 64 bits fails as a
-// refused one. Out is null, size out keeps the figure, nothing stays
-// allocated, and only the bit-string operations report.
-TEST(BitOps, EveryAllocationFailureIsReported) {
-    const std::string in = "YWJjZGVmZw";
-    // Operation, length, factor, failing allocation, size asked, size out.
-    const uint64_t kWraps8 = (uint64_t{1} << 61) + 1, kHuge = uint64_t{1} << 62;
-    const std::tuple<Op, uint64_t, int32_t, long, size_t, uint64_t> cases[] = {
-        {kEncode, 7, 0, 1, 12, 12},
-        {kDecode, 10, 0, 1, 9, 6},
-        {kMap, 3, 0, 1, 24, 24},
-        {kMap, kWraps8, 0, 0, 8, 8},
-        {kExpand, 3, 2, 1, 6, 6},
-        {kExpand, 2, -3, 0, -6, -6},
-        {kExpand, UINT64_MAX, -1, 0, 1, 1},
-        {kExpand, kHuge, 4, 0, 0, 0}};
-    for (const auto &[op, length, factor, fail_at, asked, size] : cases) {
-        tavtest::clear_reports();
-        const Result r = call(op, in, length, factor, fail_at);
-        EXPECT_EQ(std::make_tuple(r.status, r.out, r.size, r.run.sizes, r.run.live_blocks),
-                  std::make_tuple(TAV_ERR_NOMEM, static_cast<uint8_t *>(nullptr), size,
-                                  std::vector<size_t>{asked}, 0L))
-            << op << " " << length;
-        Lines expected;
-        if (op == kMap || op == kExpand) {
-            add_reports(expected, op, "Memory allocation failed", TAV_ERR_NOMEM);
-        }
-        EXPECT_EQ(tavtest::report_summary(), expected);
-    }
-    // Null arguments: logged and traced, nothing changed.
+// Past the end a shift empties the string (moved bits clear the array); a
+// negative factor or a product past 64 bits fails as a refused block.
+TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
     tavtest::clear_reports();
-    uint8_t byte = 0x5A, *out = nullptr;
-    uint64_t length = 1, size = 5;
-    const auto p = [](const void *pointer) {
-        char text[32];
-        std::snprintf(text, sizeof text, "%p", pointer);
-        return std::string(text);
+    const std::string in = "bits in a long array", ab = "\xAB\xCD", abc = "\xAB\xCD\xEF";
+    const auto said = [](Op op, const std::string &line, int status) {
+        return "|log " + kNames[op] + " " +
+               (status == 2    ? "Memory allocation failed"
+                : op == kShift ? "NULL argument detected: " + line
+                               : "NULL parameter detected: " + line) +
+               "|trace " + kNames[op] + " src/bit_ops.cpp " + std::to_string(status);
     };
-    const std::string b = p(&byte), l = p(&length), o = p(&out), s = p(&size);
-    const std::tuple<tav_status, Op, std::string> nulls[] = {
-        // called in this order
-        {tav_util_shift_bitstring_left(nullptr, &length, 1), kShift,
-         "NULL argument detected: (nil) " + l},
-        {tav_util_shift_bitstring_left(&byte, nullptr, 1), kShift,
-         "NULL argument detected: " + b + " (nil)"},
-        {tav_util_map_bitstring_to_bytes(nullptr, 1, &out, &size), kMap,
-         "NULL parameter detected: (nil) " + o + " " + s},
-        {tav_util_map_bitstring_to_bytes(&byte, 1, nullptr, &size), kMap,
-         "NULL parameter detected: " + b + " (nil) " + s},
-        {tav_util_map_bitstring_to_bytes(&byte, 1, &out, nullptr), kMap,
-         "NULL parameter detected: " + b + " " + o + " (nil)"},
-        {tav_util_expand_byte_array(nullptr, 1, 2, &out, &size), kExpand,
-         "NULL parameter detected: (nil) " + o + " " + s},
-        {tav_util_expand_byte_array(&byte, 1, 2, nullptr, &size), kExpand,
-         "NULL parameter detected: " + b + " (nil) " + s},
-        {tav_util_expand_byte_array(&byte, 1, 2, &out, nullptr), kExpand,
-         "NULL parameter detected: " + b + " " + o + " (nil)"}};
-    Lines expected;
-    for (const auto &[status, op, line] : nulls) {
-        EXPECT_EQ(status, TAV_ERR_NULL_ARG) << line;
-        add_reports(expected, op, line, TAV_ERR_NULL_ARG);
+    using Row = std::tuple<Op, std::string, uint64_t, int64_t, long, std::string>;
+    for (const auto &[op, input, length, arg, fail_at, expected] :
+         {Row{kEncode, "a", 1, 0, 0, "0 YQ== 4 4"},
+          Row{kEncode, "ab", 2, 0, 0, "0 YWI= 4 4"},
+          Row{kEncode, "abc", 3, 0, 0, "0 YWJj 4 4"},
+          Row{kDecode, "YQ", 2, 0, 0, "0 61 1 3"},
+          Row{kDecode, "Y", 1, 0, 0, "0 600000 3 3"},
+          Row{kDecode, "YQ==YQ==", 8, 0, 0, "0 610610 3 6"},
+          Row{kShift, ab, 2, 4, 0, "0 bcd0 2"},
+          Row{kShift, ab, 2, 8, 0, "0 cdcd 1"},
+          Row{kShift, ab, 2, 12, 0, "0 d000 1"},
+          Row{kShift, abc, 3, 25, 0, "0 000000 0"},
+          Row{kShift, abc, 3, 32, 0, "0 abcdef 0"},
+          Row{kShift, in, 20, 3, 0, "0 134ba399034b71030903637b7339030b93930bc8 20"},
+          Row{kShift, in, 20, 13, 0, "0 2e8e640d2dc40c240d8dedcce40c2e4e4c2f2000 19"},
+          Row{kShift, in, 20, 72, 0, "0 206c6f6e672061727261796f6e67206172726179 11"},
+          Row{kMap, "\xA0\x05", 2, 0, 0, "0 01000100000000000000000000010001 16 16"},
+          Row{kExpand, "\1\2", 2, 3, 0, "0 010101020202 6 6"},
+          Row{kExpand, "\1\2", 2, 0, 0, "0  0 0"},
+          Row{kExpand, "\1\2", 2, 1, 0, "0 0102 2 2"},
+          Row{kEncode, in, 7, 0, 1, "2 null 12 12"},
+          Row{kDecode, in, 10, 0, 1, "2 null 6 9"},
+          Row{kMap, in, 3, 0, 1, "2 null 24 24" + said(kMap, "", 2)},
+          Row{kMap, in, (uint64_t{1} << 61) + 1, 0, 0, "2 null 8 8" + said(kMap, "", 2)},
+          Row{kExpand, in, 3, 2, 1, "2 null 6 6" + said(kExpand, "", 2)},
+          Row{kExpand, in, 2, -3, 0,
+              "2 null 18446744073709551610 18446744073709551610" + said(kExpand, "", 2)},
+          Row{kExpand, in, UINT64_MAX, -1, 0, "2 null 1 1" + said(kExpand, "", 2)},
+          Row{kExpand, in, uint64_t{1} << 62, 4, 0, "2 null 0 0" + said(kExpand, "", 2)},
+          Row{kShift, ab, 2, 4, -1, "3 abcd 2" + said(kShift, "(nil) 0x20", 3)},
+          Row{kShift, ab, 2, 4, -2, "3 abcd 2" + said(kShift, "0x10 (nil)", 3)},
+          Row{kMap, ab, 2, 0, -1, "3 null 99" + said(kMap, "(nil) 0x20 0x30", 3)},
+          Row{kMap, ab, 2, 0, -2, "3 null 99" + said(kMap, "0x10 (nil) 0x30", 3)},
+          Row{kMap, ab, 2, 0, -3, "3 null 99" + said(kMap, "0x10 0x20 (nil)", 3)},
+          Row{kExpand, ab, 2, 2, -1, "3 null 99" + said(kExpand, "(nil) 0x20 0x30", 3)},
+          Row{kExpand, ab, 2, 2, -2, "3 null 99" + said(kExpand, "0x10 (nil) 0x30", 3)},
+          Row{kExpand, ab, 2, 2, -3, "3 null 99" + said(kExpand, "0x10 0x20 (nil)", 3)}}) {
+        EXPECT_EQ(call(op, input, length, arg, fail_at).second, expected) << op << " " << input;
     }
-    EXPECT_EQ(tavtest::report_summary(), expected);
-    EXPECT_EQ(std::make_tuple(byte, length, size), std::make_tuple(0x5A, 1u, 5u));
 }
 
 } // namespace

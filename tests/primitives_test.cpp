@@ -4,31 +4,26 @@ namespace {
 
 TEST(Primitives, MemoryAndPassThroughs) {
     tavtest::clear_reports();
-    char *held = static_cast<char *>(std::malloc(8)), *a = nullptr, *b = nullptr, *c = nullptr;
+    char *held = static_cast<char *>(std::malloc(8));
     tav_util_free(&held);
     tav_util_free(&held);
     tav_util_free(nullptr);
     EXPECT_EQ(held, nullptr);
-    auto run = tavtest::run_allocations(0, [&] {
-        a = static_cast<char *>(tav_util_memdup("a\0b", 3));
-        b = static_cast<char *>(tav_util_memdup0("a\0b", 3));
-        c = static_cast<char *>(tav_util_memdup0("q", 0));
-    });
-    EXPECT_EQ(run.sizes, (std::vector<size_t>{3, 4, 1}));
-    EXPECT_EQ(std::string(a, 3) + std::string(b, 4) + c[0], std::string("a\0ba\0b\0\0", 8));
-    for (char *block : {a, b, c}) {
+    using Row = std::tuple<const char *, uint64_t, bool, long, std::string, std::vector<size_t>>;
+    for (const auto &[source, size, terminated, nth, copy, asked] :
+         {Row{"a\0b", 3, false, 0, {"a\0b", 3}, {3}}, Row{"a\0b", 3, true, 0, {"a\0b\0", 4}, {4}},
+          Row{"q", 0, true, 0, {"\0", 1}, {1}}, Row{nullptr, 5, false, 0, "null", {}},
+          Row{nullptr, 0, true, 0, "null", {}}, Row{"x", UINT64_MAX, true, 0, "null", {}},
+          Row{"abc", 3, false, 1, "null", {3}}, Row{"abc", 3, true, 1, "null", {4}}}) {
+        char *block = nullptr;
+        const auto run = tavtest::run_allocations(nth, [&] {
+            block = static_cast<char *>(terminated ? tav_util_memdup0(source, size)
+                                                   : tav_util_memdup(source, size));
+        });
+        EXPECT_EQ(std::tuple(block ? std::string(block, copy.size()) : "null", run.sizes),
+                  std::tuple(copy, asked));
         std::free(block);
     }
-    run = tavtest::run_allocations(0, [&] {
-        a = static_cast<char *>(tav_util_memdup(nullptr, 5));
-        b = static_cast<char *>(tav_util_memdup0(nullptr, 0));
-        c = static_cast<char *>(tav_util_memdup0("x", UINT64_MAX));
-    });
-    EXPECT_EQ(std::tuple(run.allocations, a, b, c), std::tuple(0, nullptr, nullptr, nullptr));
-    tavtest::run_allocations(1, [&] { a = static_cast<char *>(tav_util_memdup("abc", 3)); });
-    tavtest::run_allocations(1, [&] { b = static_cast<char *>(tav_util_memdup0("abc", 3)); });
-    EXPECT_EQ(std::tuple(a, b), std::tuple(nullptr, nullptr));
-
     char text[8] = "xyz", *line = tav_util_strndup("abcdef", 3);
     EXPECT_STREQ(line, "abc");
     std::free(line);
@@ -49,23 +44,14 @@ TEST(Primitives, MemoryAndPassThroughs) {
 }
 
 TEST(Primitives, SnprintfRefusesWhatDoesNotFit) {
-    const struct {
-        uint64_t size;
-        const char *text;
-        int32_t result;
-        const char *left;
-    } rows[] = {{4, "abc", 3, "abc"},
-                {4, "abcd", -1, "abc"},
-                {1, "a", -1, ""},
-                {0, "", -1, "####"},
-                {0x80000000, nullptr, -1, "####"},
-                {UINT64_MAX, "", -1, "####"},
-                {0x7FFFFFFF, "12", 2, "12"}};
-    for (const auto &row : rows) {
+    using Row = std::tuple<uint64_t, const char *, int32_t, const char *>;
+    for (const auto &[size, text, result, left] :
+         {Row{4, "abc", 3, "abc"}, Row{4, "abcd", -1, "abc"}, Row{1, "a", -1, ""},
+          Row{0, "", -1, "####"}, Row{0x80000000, nullptr, -1, "####"},
+          Row{UINT64_MAX, "", -1, "####"}, Row{0x7FFFFFFF, "12", 2, "12"}}) {
         char buffer[8] = "####";
-        EXPECT_EQ(tav_util_snprintf(buffer, row.size, row.text ? "%s" : nullptr, row.text),
-                  row.result);
-        EXPECT_STREQ(buffer, row.left) << row.size;
+        EXPECT_EQ(tav_util_snprintf(buffer, size, text ? "%s" : nullptr, text), result);
+        EXPECT_STREQ(buffer, left) << size;
     }
     EXPECT_EQ(tavtest::said(), "");
 }
