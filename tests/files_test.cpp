@@ -168,7 +168,7 @@ class Files : public ::testing::Test {
 };
 
 TEST_F(Files, Descriptors) {
-    char buf[100];
+    char buf[110]; // room for the 100 asked at buf + 10
     std::string big, tail = "; read 1024 x2; read 452; lseek 7 0]", failed = " T count_lines P 6;";
     for (int i = 0; i < 2500; ++i) {
         big += i % 7 == 0 ? '\n' : i % 11 ? 'x' : '\r';
