@@ -67,16 +67,11 @@ TEST(StringOps, HexText) {
         std::snprintf(pair, sizeof pair, "%02x", byte);
         hex += pair;
     }
-    using Row = std::tuple<const char *, uint64_t, Bytes>;
-    for (const auto &[hex, length, expected] :
-         {Row{"00AB", 4, {0x00, 0xAB}}, Row{"00ab7", 5, {0x00, 0xAB}}, Row{"7", 1, {}},
-          Row{"zz12", 4, {0x00, 0x12}}, Row{"12", 8, {18, 18, 18, 18}}}) {
-        const auto run =
-            tavtest::run_allocations(0, [&] { tav_util_sscanf_bytes(hex, length, &out); });
-        EXPECT_EQ(run.sizes, std::vector<size_t>{length / 2});
-        EXPECT_EQ(Bytes(out, out + length / 2), expected) << hex;
-        std::free(out);
-    }
+    // A length past the text: the bytes behind it keep the last value.
+    const auto run = tavtest::run_allocations(0, [&] { tav_util_sscanf_bytes("12", 8, &out); });
+    EXPECT_EQ(std::tuple(run.sizes, Bytes(out, out + 4)),
+              std::tuple(std::vector<size_t>{4}, Bytes{18, 18, 18, 18}));
+    std::free(out);
     const std::string blanks(3001, ' '), digits = "0123456789abcdefABCDEF5a7F00ffe1cccc";
     std::vector<std::pair<std::string, uint64_t>> texts = {
         {blanks + "c3" + std::string(999, '\n'), UINT64_MAX},
