@@ -1,23 +1,21 @@
 #include <algorithm>
-#include <functional>
 
 #include "rows.hpp"
 #include "vsnprintf_inject.hpp"
 
-namespace {
-
 using Substitute = int32_t (*)(tav_util_strbuf *, const char *, int32_t, const char *, ...);
 
-std::string failed(const std::string &first, const char *function = "tav_util_strbuf_append_fv") {
+static std::string failed(const std::string &first,
+                          const char *function = "tav_util_strbuf_append_fv") {
     return "log " + (function + (" " + first)) + "|log " + function + " Error in strbuf";
 }
 
-// What `op` leaves on a fresh record holding `text` (a negative capacity: a
-// zero-filled record that no append has touched), its nth allocation
-// failing: result, the block up to its last byte that is not zero (a zero
-// shown as '~'), capacity, blocks left, reports; `injected` if the failure was met.
-std::string outcome(int32_t capacity, const char *text, long nth,
-                    const std::function<int32_t(tav_util_strbuf *)> &op, bool *injected = nullptr) {
+// `op` on a fresh record holding `text` (capacity < 0: a zero-filled record),
+// its nth allocation failing: result|block, trailing zeros cut, other zeros
+// as '~'|capacity|blocks left|reports.
+static std::string outcome(int32_t capacity, const char *text, long nth,
+                           const std::function<int32_t(tav_util_strbuf *)> &op,
+                           bool *injected = nullptr) {
     tav_util_strbuf *b = capacity < 0 ? static_cast<tav_util_strbuf *>(std::calloc(1, sizeof *b))
                                       : tav_util_strbuf_new(capacity);
     capacity < 0 || tav_util_strbuf_append_f(b, "%s", text);
@@ -28,25 +26,23 @@ std::string outcome(int32_t capacity, const char *text, long nth,
     all.erase(all.find_last_not_of('\0') + 1);
     std::replace(all.begin(), all.end(), '\0', '~');
     injected && (*injected = run.injected);
-    const std::string capacity_now = std::to_string(b->capacity);
+    all = std::to_string(result) + "|" + all + "|" + std::to_string(b->capacity) + "|";
     tav_util_strbuf_free(b);
-    return std::to_string(result) + "|" + all + "|" + capacity_now + "|" +
-           std::to_string(run.live_blocks) + "|" + tavtest::said();
+    return all + std::to_string(run.live_blocks) + "|" + tavtest::said();
 }
 
-// The default limit and capacity; a clear keeps all but the first byte.
 TEST(Strbuf, NewAndClear) {
     auto run = tavtest::run_allocations(0, [] { tav_util_strbuf_free(tav_util_strbuf_new(0)); });
     EXPECT_EQ(std::tuple(run.sizes, run.live_blocks),
               std::tuple(std::vector<size_t>{sizeof(tav_util_strbuf), 128}, 0));
-    EXPECT_EQ(outcome(0, "abc", 0,
-                      [](tav_util_strbuf *b) {
-                          const int32_t made = b->hex_limit;
-                          tav_util_strbuf_set_hex_limit(b, 5), tav_util_strbuf_clear(b);
-                          return tav_util_strbuf_getstr(b) == b->text ? made * 10 + b->hex_limit
-                                                                      : 0;
-                      }),
-              "2565|~bc|128|0|");
+    const auto clear = [](tav_util_strbuf *b) {
+        const int32_t made = b->hex_limit;
+        tav_util_strbuf_set_hex_limit(b, 5), tav_util_strbuf_clear(b);
+        tav_util_strbuf_hexdump(b, "", nullptr, 5);
+        return tav_util_strbuf_getstr(b) == b->text ? made * 10 + b->hex_limit : 0;
+    };
+    EXPECT_EQ(outcome(0, "abc", 0, clear) + outcome(-1, "", 0, clear),
+              "2565|~bc|128|0|5|(null)|0|0|");
     for (const long nth : {1, 2, 0}) { // 0: a negative capacity is a huge size
         tav_util_strbuf *record = nullptr;
         run = tavtest::run_allocations(nth, [&] { record = tav_util_strbuf_new(nth ? 64 : -1); });
@@ -54,17 +50,13 @@ TEST(Strbuf, NewAndClear) {
     }
     tav_util_strbuf_free(nullptr), tav_util_strbuf_set_hex_limit(nullptr, 5);
     tav_util_strbuf_clear(nullptr), tav_util_strbuf_hexdump(nullptr, nullptr, "x", 1);
-    EXPECT_EQ(tav_util_strbuf_getstr(nullptr), nullptr);
-    EXPECT_EQ(outcome(-1, "", 0,
-                      [](tav_util_strbuf *b) {
-                          tav_util_strbuf_clear(b), tav_util_strbuf_hexdump(b, "", nullptr, 5);
-                          return tav_util_strbuf_append_f(nullptr, "%d", 1);
-                      }),
-              "-1|(null)|0|0|" + failed("NULL strbuf"));
+    EXPECT_EQ(std::tuple(tav_util_strbuf_getstr(nullptr), tav_util_strbuf_append_f(nullptr, "x")),
+              std::tuple(nullptr, -1));
+    EXPECT_EQ(tavtest::said(), failed("NULL strbuf"));
 }
 
-// Appends to "abc". A failure keeps the old block with what fitted; -1 from
-// vsnprintf doubles the block; 2 GiB is refused without a realloc.
+// Appends to "abc". A failure keeps what fitted; -1 from vsnprintf doubles
+// the block; 2 GiB is refused without a realloc.
 TEST(Strbuf, Append) {
     using Row = std::tuple<int32_t, const char *, long, bool, std::string>;
     for (const auto &[capacity, appended, nth, minus_one, expected] :
@@ -87,8 +79,7 @@ TEST(Strbuf, Append) {
     }
 }
 
-// The worked layouts, on a record with no block yet. Without its first
-// block the first piece is lost and the next makes it.
+// Without its first block the first piece is lost and the next makes it.
 TEST(Strbuf, HexDump) {
     const std::string first = // 72 characters and the line end
         "    41 42 43 44 45 46 47 48 - 49 4A 4B 4C 4D 4E 4F 50 : ABCDEFGHIJKLMNOP\n";
@@ -96,11 +87,9 @@ TEST(Strbuf, HexDump) {
     for (const auto &[prefix, length, limit, nth, expected] :
          {Row{nullptr, 20, 0, 0, first + "    51 52 53 54 : QRST\n"},
           Row{nullptr, 30, 25, 0, first + "    51 52 53 54 00 7F 20 FF - 7E : QRST.. .~\n"},
-          Row{nullptr, 17, 0, 0, first + "    51 : Q\n"}, Row{nullptr, 17, 16, 0, first},
-          Row{"", 9, 0, 0, "41 42 43 44 45 46 47 48 - 49 : ABCDEFGHI\n"},
-          Row{"> ", 3, 2, 0, "> 41 42 : AB\n"}, Row{"> ", 3, 2, 1, "41 42 : AB\n"},
-          Row{nullptr, 20, -1, 0, "\n"}, Row{nullptr, -20, 0, 0, "\n"},
-          Row{nullptr, 0, 0, 0, "(null)"}}) {
+          Row{nullptr, 17, 16, 0, first}, Row{"> ", 3, 2, 0, "> 41 42 : AB\n"},
+          Row{"> ", 3, 2, 1, "41 42 : AB\n"}, Row{nullptr, 20, -1, 0, "\n"},
+          Row{nullptr, -20, 0, 0, "\n"}, Row{nullptr, 0, 0, 0, "(null)"}}) {
         const auto dump = [prefix = prefix, length = length, limit = limit](tav_util_strbuf *b) {
             b->hex_limit = limit;
             tav_util_strbuf_hexdump(b, prefix, "ABCDEFGHIJKLMNOPQRST\x00\x7F\x20\xFF\x7E*****",
@@ -113,9 +102,9 @@ TEST(Strbuf, HexDump) {
 }
 
 // Substitution as one append per piece: the oracle for the library's, which
-// keeps the length and copies in directly the pieces that fit.
-int32_t substitute_by_pieces(tav_util_strbuf *record, const char *needle, int32_t,
-                             const char *format, ...) {
+// copies in directly the pieces that fit.
+static int32_t substitute_by_pieces(tav_util_strbuf *record, const char *needle, int32_t,
+                                    const char *format, ...) {
     va_list args;
     va_start(args, format);
     tav_util_strbuf *scratch = tav_util_strbuf_new(record->capacity);
@@ -138,19 +127,15 @@ int32_t substitute_by_pieces(tav_util_strbuf *record, const char *needle, int32_
     return static_cast<int32_t>(delta);
 }
 
-// Matches left to right, not overlapping, replaced text not searched again;
-// the result is the change in length. A missing argument or text changes
-// nothing.
+// Matches do not overlap and replaced text is not searched again; "" matches
+// only when limited. A missing argument or text changes nothing.
 TEST(Strbuf, Substitute) {
     using Row = std::tuple<const char *, const char *, int32_t, const char *, const char *>;
     for (const auto &[text, needle, limit, format, expected] :
          {Row{"a-b-c-d", "-", 2, "==", "2|a==b==c-d|16|1|"},
-          Row{"abcXabcY", "abc", 0, "%s", "4|12345X12345Y|16|1|"},
-          Row{"keep abc", "abc", 0, "", "-3|keep |16|1|"},
-          Row{"100% abc %d", "abc", 0, "7", "-2|100% 7 %d|16|1|"},
-          Row{"a-b", "-", -1, "+", "0|a-b|16|1|"}, Row{"plain", "zz", 0, "+", "0|plain|16|1|"},
-          Row{"aaa", "aa", 0, "b", "-1|ba|16|1|"}, Row{"ab", "a", 0, "aa", "1|aab|16|1|"},
-          Row{"xy", "", 2, "<>", "4|<><>xy|16|1|"}, // "" matches only when limited
+          Row{"100% abc %d", "abc", 0, "", "-3|100%  %d|16|1|"},
+          Row{"a-b", "-", -1, "+", "0|a-b|16|1|"}, Row{"aaa", "aa", 0, "b", "-1|ba|16|1|"},
+          Row{"ab", "a", 0, "%sa", "5|12345ab|16|1|"}, Row{"xy", "", 2, "<>", "4|<><>xy|16|1|"},
           Row{"xy", "", 0, "<>", "0|xy|16|1|"}, Row{"x", nullptr, 0, "+", "0|x|16|0|"},
           Row{"x", "-", 0, nullptr, "0|x|16|0|"}, Row{nullptr, "-", 0, "+", "0|(null)|0|0|"}}) {
         const auto op = [=, needle = needle, limit = limit, format = format](tav_util_strbuf *b) {
@@ -159,8 +144,9 @@ TEST(Strbuf, Substitute) {
         EXPECT_EQ(outcome(text ? 16 : -1, text ? text : "", 0, op), expected);
     }
     EXPECT_EQ(tav_util_strbuf_substitute(nullptr, "-", 0, "+"), 0);
-    // Many matches, so that the scratch text grows often; a literal, a
-    // formatted and a zero-byte replacement, under each allocation failure.
+    // Many matches, so that the scratch text grows often; a literal, a formatted
+    // and a zero-byte replacement. Without the scratch record (the first two
+    // allocations) the text stays; after, what the oracle leaves.
     std::string many;
     for (int i = 0; i < 60; ++i) {
         many += std::string(i % 7, 'a' + i % 26) + "<>";
@@ -175,8 +161,6 @@ TEST(Strbuf, Substitute) {
                                 : substitute(b, "<>", 0, format, 0);
             };
         };
-        // Without its scratch record (the first two allocations) the text
-        // stays; then what the oracle leaves.
         const std::string kept = outcome(capacity, many.c_str(), 0, [](auto) { return 0; }) +
                                  failed("Alloc failed for strbuf", "tav_util_strbuf_substitute_v");
         bool injected = true;
@@ -190,5 +174,3 @@ TEST(Strbuf, Substitute) {
         }
     }
 }
-
-} // namespace
