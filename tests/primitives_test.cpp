@@ -1,7 +1,5 @@
 #include "rows.hpp"
 
-namespace {
-
 // The copies and the blocks asked for; then each pass-through once.
 TEST(Primitives, CopiesAndPassThroughs) {
     using Row = std::tuple<const char *, uint64_t, bool, long, std::string>;
@@ -40,5 +38,3 @@ TEST(Primitives, SnprintfRefusesWhatDoesNotFit) {
         EXPECT_STREQ(buffer, left);
     }
 }
-
-} // namespace
