@@ -9,10 +9,11 @@ TEST(Primitives, CopiesAndPassThroughs) {
           Row{nullptr, 0, true, 0, "null|0"}, Row{"x", UINT64_MAX, true, 0, "null|0"},
           Row{"abc", 3, false, 1, "null|3"}, Row{"abc", 3, true, 1, "null|4"}}) {
         char *block = nullptr;
-        const auto run = tavtest::run_allocations(nth, [&] {
-            block = static_cast<char *>(terminated ? tav_util_memdup0(source, size)
-                                                   : tav_util_memdup(source, size));
-        });
+        const auto run = tavtest::run_allocations(
+            nth, [&, source = source, size = size, terminated = terminated] {
+                block = static_cast<char *>(terminated ? tav_util_memdup0(source, size)
+                                                       : tav_util_memdup(source, size));
+            });
         const size_t asked = run.sizes.empty() ? 0 : run.sizes[0];
         EXPECT_EQ((block ? std::string(block, asked) : "null") + "|" + std::to_string(asked),
                   expected);
