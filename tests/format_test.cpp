@@ -4,8 +4,7 @@
 const std::string kVsize = "trace tav_util_printf_vsize src/string/vasprintf_posix.cpp ",
                   kVas = "|trace tav_util_vasprintf src/string/vasprintf.cpp ";
 
-// The size pass alone (status, size), then the whole: status, errno slot,
-// block size asked for, out (its text, null, untouched, or an unfinished block), reports.
+// vsize status, size, then status, errno slot, size asked, out, blocks left, reports
 static std::string formatted(long nth, bool null_out, bool null_size, const char *format, ...) {
     va_list args;
     va_start(args, format);

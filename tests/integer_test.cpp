@@ -1,7 +1,5 @@
 #include "rows.hpp"
 
-// Each power rounds to itself, the values between it and its half to the two
-// ends; above 2^63 up gives 0 and down 2^63.
 TEST(Integer, Rounding) {
     constexpr uint64_t kTop = uint64_t{1} << 63;
     for (uint64_t p = 4; p != 0; p <<= 1) {
@@ -16,8 +14,7 @@ TEST(Integer, Rounding) {
     }
 }
 
-// Each row as a * b and as b * a, so one row covers both mixed signs; the
-// signed widths share one rule, tested at 64 bits.
+// Both orders of each row; the signed widths share one rule.
 TEST(Integer, MultiplyOverflow) {
     constexpr int64_t kMax = INT64_MAX, kMin = INT64_MIN;
     using Row = std::tuple<int64_t, int64_t, int32_t>;

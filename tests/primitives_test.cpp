@@ -1,6 +1,5 @@
 #include "rows.hpp"
 
-// The copies and the blocks asked for; then each pass-through once.
 TEST(Primitives, CopiesAndPassThroughs) {
     using Row = std::tuple<const char *, uint64_t, bool, long, std::string>;
     for (const auto &[source, size, terminated, nth, expected] :

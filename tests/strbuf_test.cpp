@@ -10,9 +10,7 @@ static std::string failed(const std::string &first,
     return "log " + (function + (" " + first)) + "|log " + function + " Error in strbuf";
 }
 
-// `op` on a fresh record holding `text` (capacity < 0: a zero-filled record),
-// its nth allocation failing: result|block, trailing zeros cut, other zeros
-// as '~'|capacity|blocks left|reports.
+// result|block to its last byte not zero, a zero as '~'|capacity|blocks left|reports
 static std::string outcome(int32_t capacity, const char *text, long nth,
                            const std::function<int32_t(tav_util_strbuf *)> &op,
                            bool *injected = nullptr) {
@@ -55,8 +53,7 @@ TEST(Strbuf, NewAndClear) {
     EXPECT_EQ(tavtest::said(), failed("NULL strbuf"));
 }
 
-// Appends to "abc". A failure keeps what fitted; -1 from vsnprintf doubles
-// the block; 2 GiB is refused without a realloc.
+// -1 from vsnprintf doubles the block; 2 GiB is refused without a realloc.
 TEST(Strbuf, Append) {
     using Row = std::tuple<int32_t, const char *, long, bool, std::string>;
     for (const auto &[capacity, appended, nth, minus_one, expected] :
@@ -101,8 +98,7 @@ TEST(Strbuf, HexDump) {
     }
 }
 
-// Substitution as one append per piece: the oracle for the library's, which
-// copies in directly the pieces that fit.
+// The oracle: substitution as one append per piece.
 static int32_t substitute_by_pieces(tav_util_strbuf *record, const char *needle, int32_t,
                                     const char *format, ...) {
     va_list args;
@@ -127,8 +123,6 @@ static int32_t substitute_by_pieces(tav_util_strbuf *record, const char *needle,
     return static_cast<int32_t>(delta);
 }
 
-// Matches do not overlap and replaced text is not searched again; "" matches
-// only when limited. A missing argument or text changes nothing.
 TEST(Strbuf, Substitute) {
     using Row = std::tuple<const char *, const char *, int32_t, const char *, const char *>;
     for (const auto &[text, needle, limit, format, expected] :
@@ -144,9 +138,7 @@ TEST(Strbuf, Substitute) {
         EXPECT_EQ(outcome(text ? 16 : -1, text ? text : "", 0, op), expected);
     }
     EXPECT_EQ(tav_util_strbuf_substitute(nullptr, "-", 0, "+"), 0);
-    // Many matches, so that the scratch text grows often; a literal, a formatted
-    // and a zero-byte replacement. Without the scratch record (the first two
-    // allocations) the text stays; after, what the oracle leaves.
+    // Without the scratch record (the first two allocations) the text stays.
     std::string many;
     for (int i = 0; i < 60; ++i) {
         many += std::string(i % 7, 'a' + i % 26) + "<>";

@@ -104,8 +104,7 @@ TEST(StringOps, HexText) {
                                    traced("tav_util_sscanf_bytes", {2}));
 }
 
-// Each row whole, then with each allocation failing (the array, then each
-// token); the count stays.
+// Each row also under each allocation failure: the count stays.
 TEST(StringOps, Split) {
     std::vector<std::array<std::string, 3>> rows = {
         {"", ",", ""},           {",,,", ",", ""},
@@ -168,8 +167,7 @@ TEST(StringOps, Split) {
     }
 }
 
-// Nothing is written on a null argument or an overflow, which leaves the size
-// summed so far; a failed block leaves the whole size.
+// An overflow leaves the size summed so far, a failed block the whole size.
 TEST(StringOps, Join) {
     tavtest::clear_reports();
     const char *texts[] = {"a", "", "b"}, *huge[] = {kHuge[0], kHuge[0]};
@@ -198,9 +196,7 @@ TEST(StringOps, Join) {
     EXPECT_EQ(tavtest::said(), traced("tav_util_join", {3, 3, 3, 3, 3, 33, 33, 2}));
 }
 
-// The first text reads to the zero byte, yet its length and block take the
-// whole addition; the second comes from inside the old text. A sum of the
-// largest value leaves no room for the terminator.
+// The first block takes the whole addition; the second comes from inside it.
 TEST(StringOps, Append) {
     tavtest::clear_reports();
     char *text = nullptr;
@@ -229,8 +225,6 @@ TEST(StringOps, Append) {
     EXPECT_EQ(tavtest::said(), traced("tav_util_append_string", {3, 3, 3, 7, 2, 2, 7, 33, 33}));
 }
 
-// Out is left alone on a null argument or an invalid text, null when the
-// block cannot be had, else the caller's block, terminator and all.
 TEST(StringOps, WideConversion) {
     ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
     wchar_t *const untouched = reinterpret_cast<wchar_t *>(1);
