@@ -66,6 +66,11 @@ TEST(StringOps, HexText) {
     EXPECT_EQ(std::tuple(run.sizes, Bytes(out, out + 4)),
               std::tuple(std::vector<size_t>{4}, Bytes{0, 0xAB, 0xAB, 0xAB}));
     std::free(out);
+    // A second vector step reads at its own place, not before the text.
+    const std::string shifted = std::string(32, 'f') + hex;
+    ASSERT_EQ(tav_util_sscanf_bytes(shifted.c_str() + 32, 64, &out), TAV_OK);
+    EXPECT_EQ(Bytes(out, out + 32), Bytes(bytes.begin(), bytes.begin() + 32));
+    std::free(out);
     const std::string blanks(3001, ' '), digits = "0123456789abcdefABCDEF5a7F00ffe1cccc";
     std::vector<std::pair<std::string, uint64_t>> texts = {
         {blanks + "c3" + std::string(999, '\n'), UINT64_MAX},
@@ -123,7 +128,7 @@ TEST(StringOps, Split) {
                 text += std::string(1 + i % 3, d) + token;
                 joined += token.empty() ? "" : (joined.empty() ? "" : "|") + token;
             }
-            rows.push_back({text, {d}, joined});
+            rows.push_back({text + std::string(n % 2, d), {d}, joined});
         }
     }
     char **tokens = nullptr;
