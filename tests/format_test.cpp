@@ -1,86 +1,56 @@
 #include "rows.hpp"
 #include "vsnprintf_inject.hpp"
 
-namespace {
+const std::string kVsize = "trace tav_util_printf_vsize src/string/vasprintf_posix.cpp ",
+                  kVas = "|trace tav_util_vasprintf src/string/vasprintf.cpp ";
 
-char *const kUntouched = reinterpret_cast<char *>(1);
-
-// Each row: status, out (its text, null, untouched, or an unfinished block),
-// errno slot, block size asked for, reports.
-TEST(Format, EachCaseLeavesItsOutSlotAndReports) {
-    const std::string vsize = "trace tav_util_printf_vsize src/string/vasprintf_posix.cpp ",
-                      vas = "trace tav_util_vasprintf src/string/vasprintf.cpp ";
-    const struct {
-        long fail_at;
-        tavtest::VsnprintfPlan plan;
-        bool null_out;
-        const char *format;
-        const void *argument;
-        std::string expected;
-    } rows[] = {
-        {0, {}, false, "%s=00042%%", "key", "0 key=00042% 0 11 "},
-        {0, {}, false, "%s", "", "0  0 1 "},
-        {0, {}, true, "%s", "", "3 untouched 77  " + vas + "3"},
-        {0, {}, false, nullptr, "", "3 untouched 77  " + vas + "3"},
-        {0, {}, false, "%ls", L"\u00e9", "6 null 77  " + vsize + "6|" + vas + "6"},
-        {1, {}, false, "%s", "text", "2 null 77 5 " + vas + "2"},
-        {0, {EILSEQ, -2, "<%s>"}, false, "<%s>", "abc", "6 block 84 6 " + vas + "6"},
-        {0, {0, 2147483647, "%s"}, false, "%s", "x", "2 null 77 18446744071562067968 " + vas + "2"},
-    };
-    for (const auto &row : rows) {
-        char *out = kUntouched;
-        int32_t slot = 77;
-        tav_status status = TAV_OK;
-        tavtest::clear_reports();
-        tavtest::VsnprintfInjection inject(row.plan);
-        const auto run = tavtest::run_allocations(row.fail_at, [&] {
-            status =
-                tav_util_asprintf(row.null_out ? nullptr : &out, &slot, row.format, row.argument);
-        });
-        const std::string shown = out == kUntouched ? "untouched"
-                                  : out == nullptr  ? "null"
-                                  : status != 0     ? "block"
-                                                    : out;
-        const std::string sizes = run.sizes.empty() ? "" : std::to_string(run.sizes.at(0));
-        EXPECT_EQ(std::to_string(status) + " " + shown + " " + std::to_string(slot) + " " + sizes +
-                      " " + tavtest::said(),
-                  row.expected);
-        EXPECT_EQ(run.live_blocks, out != kUntouched && out != nullptr);
-        std::free(out == kUntouched ? nullptr : out);
-    }
-}
-
-int32_t vsize(bool null_size, const char *format, ...) {
+// vsize status, size, then status, errno slot, size asked, out, blocks left, reports
+static std::string formatted(long nth, bool null_out, bool null_size, const char *format, ...) {
     va_list args;
     va_start(args, format);
+    char *out = reinterpret_cast<char *>(1);
+    int32_t slot = 77;
     int32_t size = 99;
-    const tav_status status = tav_util_printf_vsize(format, args, null_size ? nullptr : &size);
+    std::string shown =
+        std::to_string(tav_util_printf_vsize(format, args, null_size ? nullptr : &size));
+    shown += " " + std::to_string(size) + " ";
+    tav_status status = TAV_OK;
+    const auto run = tavtest::run_allocations(
+        nth, [&] { status = tav_util_vasprintf(null_out ? nullptr : &out, format, args, &slot); });
     va_end(args);
-    return status == TAV_OK ? size : -100 * status + size;
+    shown += std::to_string(status) + " " + std::to_string(slot) + " " +
+             (run.sizes.empty() ? "" : std::to_string(run.sizes[0])) + " " +
+             (out == reinterpret_cast<char *>(1) ? "untouched"
+              : out == nullptr                   ? "null"
+              : status != TAV_OK                 ? "block"
+                                                 : out) +
+             " " + std::to_string(run.live_blocks) + " " + tavtest::said();
+    std::free(out == reinterpret_cast<char *>(1) ? nullptr : out);
+    return shown;
 }
 
-// The passes work on copies, so the caller may use its list again.
-std::string twice(const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    char *a = nullptr, *b = nullptr;
-    tav_util_vasprintf(&a, format, args, nullptr);
-    tav_util_vasprintf(&b, format, args, nullptr);
-    va_end(args);
-    const std::string both = std::string(a) + "," + b;
-    std::free(a), std::free(b);
-    return both;
-}
-
-TEST(Format, SizeCountsTheTerminatorAndListsAreCopied) {
+TEST(Format, EachCaseLeavesItsOutSlotAndReports) {
     tavtest::clear_reports();
-    EXPECT_EQ(
-        std::vector({vsize(false, "%d-%s", 123, "ab"), vsize(false, "%s", ""),
-                     vsize(false, "%ls", L"\u00e9"), vsize(false, nullptr), vsize(true, "%d", 1)}),
-        (std::vector{7, 1, -601, -201, -201}));
-    const std::string vsize_trace = "trace tav_util_printf_vsize src/string/vasprintf_posix.cpp ";
-    EXPECT_EQ(tavtest::said(), vsize_trace + "6|" + vsize_trace + "3|" + vsize_trace + "3");
-    EXPECT_EQ(twice("%s %d %s", "one", 2, "three"), "one 2 three,one 2 three");
+    EXPECT_EQ(formatted(0, false, false, "%s=00042%%", "key"), "0 11 0 0 11 key=00042% 1 ");
+    EXPECT_EQ(formatted(0, false, false, "%s", ""), "0 1 0 0 1  1 ");
+    EXPECT_EQ(formatted(0, true, true, "%s", ""),
+              "3 99 3 77  untouched 0 " + kVsize + "3" + kVas + "3");
+    EXPECT_EQ(formatted(0, false, false, nullptr),
+              "3 99 3 77  untouched 0 " + kVsize + "3" + kVas + "3");
+    EXPECT_EQ(formatted(0, false, false, "%ls", L"\u00e9"),
+              "6 -1 6 77  null 0 " + kVsize + "6|" + kVsize + "6" + kVas + "6");
+    EXPECT_EQ(formatted(1, false, false, "%s", "text"),
+              "0 5 2 77 5 null 0 " + kVas.substr(1) + "2");
+    {
+        tavtest::VsnprintfInjection inject({EILSEQ, -2, "<%s>"});
+        EXPECT_EQ(formatted(0, false, false, "<%s>", "abc"),
+                  "0 6 6 84 6 block 1 " + kVas.substr(1) + "6");
+    }
+    tavtest::VsnprintfInjection inject({0, 2147483647, "%s"});
+    EXPECT_EQ(formatted(0, false, false, "%s", "x"),
+              "0 -2147483648 2 77 18446744071562067968 null 0 " + kVas.substr(1) + "2");
+    char *out = nullptr;
+    EXPECT_EQ(tav_util_asprintf(&out, nullptr, "%d-%s", 7, "x"), TAV_OK);
+    EXPECT_STREQ(out, "7-x");
+    std::free(out);
 }
-
-} // namespace
