@@ -86,6 +86,7 @@ TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
           Row{kDecode, "YQ", 2, 0, 0, "0 61 1 3"},
           Row{kDecode, "Y", 1, 0, 0, "0 600000 3 3"},
           Row{kDecode, "YQ==YQ==", 8, 0, 0, "0 610610 3 6"},
+          Row{kDecode, "!*\x80 ", 4, 0, 0, "0  0 3"},
           Row{kShift, ab, 2, 4, 0, "0 bcd0 2"},
           Row{kShift, ab, 2, 8, 0, "0 cdcd 1"},
           Row{kShift, ab, 2, 12, 0, "0 d000 1"},
