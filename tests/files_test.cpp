@@ -205,6 +205,7 @@ TEST_F(Files, Descriptors) {
          "6 size=4 data=null [fstat; read 4; read 1 x5] T read_file P 6;"},
         {OP(tav_util_read_file(nul, &data, &size, &slot)),
          "2 slot=12 size=4 data=null [fstat] T read_file P 2;\n", Plan(), kEach},
+        {OP(tav_util_read_file(-1, &data, &size, &slot)), "6 slot=9 [fstat] T read_file P 6;"},
         {OP(lines(c)), "0" + counted(2500, tail)},
         {OP(lines(c)), "6 slot=5" + counted(2048, tail) + failed, reads({-2, -2, -1})},
         {OP(lines(c)), "0" + counted(2048, tail), reads({-2, -2, 0})},

@@ -26,6 +26,14 @@ TEST(Primitives, CopiesAndPassThroughs) {
                          tav_util_memmem(hay, 6, "ca", 2), tav_util_strncpy(text, "ab", 4)),
               std::tuple(4u, true, hay + 2, text));
     EXPECT_EQ(std::string(text, 5), std::string("ab\0\0\0", 5));
+    char *copy = tav_util_strndup("abcdef", 3), *line = nullptr;
+    uint64_t capacity = 0;
+    FILE *stream = fmemopen(const_cast<char *>("one\ntwo"), 7, "r");
+    const int64_t got = tav_util_getline(stream, &line, &capacity);
+    EXPECT_EQ(std::tuple(std::string(copy), got, std::string(line)), std::tuple("abc", 4, "one\n"));
+    std::fclose(stream);
+    std::free(copy);
+    std::free(line);
 }
 
 TEST(Primitives, SnprintfRefusesWhatDoesNotFit) {

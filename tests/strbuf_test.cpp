@@ -156,7 +156,7 @@ TEST(Strbuf, Substitute) {
         const std::string kept = outcome(capacity, many.c_str(), 0, [](auto) { return 0; }) +
                                  failed("Alloc failed for strbuf", "tav_util_strbuf_substitute_v");
         bool injected = true;
-        for (long nth = 0; nth == 0 || injected; ++nth) {
+        for (long nth = 0; nth <= 1 || injected; ++nth) {
             const std::string ours =
                 outcome(capacity, many.c_str(), nth, with(tav_util_strbuf_substitute), &injected);
             EXPECT_EQ(ours, nth == 1 || nth == 2
