@@ -229,13 +229,18 @@ TEST_F(Files, Descriptors) {
         // The zero-length and refused transfers, and a null argument of each.
         {OP(tav_util_whole_read(in, buf, 0) + tav_util_whole_write(out, buf, 0, &slot) +
             tav_util_whole_read(in, buf, -1) + tav_util_whole_read(in, nullptr, 1) +
-            tav_util_open(nullptr, &slot, 0, 0, "x") + tav_util_whole_write(0, nullptr, 0, &slot) +
-            tav_util_whole_write(0, buf, -1, &slot) + tav_util_read_file(0, nullptr, &size, &slot) +
-            tav_util_count_lines(0, nullptr, &slot) + lines(-1) +
-            tav_util_get_file_size(nullptr, &size) + tav_util_truncate_file(nullptr, 0, &slot) +
-            tav_util_query_file_exists(F, nullptr) + tav_util_delete_file(nullptr, &slot)),
-         "20 [] T open P 3; T whole_write P 3; T whole_write P 33; T read_file P 3; T count_lines "
-         "P 3; T count_lines P 7; T get_file_size P 3; T truncate_file P 3; T query_file_exists "
+            tav_util_open(nullptr, &slot, 0, 0, "x") +
+            tav_util_open(&exists, &slot, 0, 0, nullptr) +
+            tav_util_whole_write(0, nullptr, 0, &slot) + tav_util_whole_write(0, buf, -1, &slot) +
+            tav_util_read_file(0, nullptr, &size, &slot) +
+            tav_util_read_file(0, &data, nullptr, &slot) + tav_util_count_lines(0, nullptr, &slot) +
+            lines(-1) + tav_util_get_file_size(nullptr, &size) +
+            tav_util_get_file_size(F, nullptr) + tav_util_truncate_file(nullptr, 0, &slot) +
+            tav_util_query_file_exists(nullptr, &exists) + tav_util_query_file_exists(F, nullptr) +
+            tav_util_delete_file(nullptr, &slot)),
+         "32 [] T open P 3; T open P 3; T whole_write P 3; T whole_write P 33; T read_file P 3; T "
+         "read_file P 3; T count_lines P 3; T count_lines P 7; T get_file_size P 3; T "
+         "get_file_size P 3; T truncate_file P 3; T query_file_exists P 3; T query_file_exists "
          "P 3; T delete_file P 3;"},
     });
     EXPECT_EQ(std::string(buf, 70) + std::to_string(lseek(out, 0, SEEK_CUR)),
@@ -325,14 +330,22 @@ TEST_F(Files, NamedFilesAndSync) {
          "get_directory_component D 2; T sync_file S 2; L sync_file Failed to get directory "
          "component;\n",
          Plan(), kEach},
-        {OP(tav_util_fopen(&stream, &slot, nullptr, "x") +
+        {OP(tav_util_fopen(nullptr, &slot, "r", "x") +
+            tav_util_fopen(&stream, &slot, nullptr, "x") +
+            tav_util_fopen(&stream, &slot, "r", nullptr) +
+            tav_util_read_named_file(nullptr, &data, &size, nullptr) +
+            tav_util_read_named_file(F, nullptr, &size, nullptr) +
             tav_util_read_named_file(F, &data, nullptr, nullptr) +
+            tav_util_write_named_file(nullptr, 1, "", 0, nullptr) +
             tav_util_write_named_file(W, 1, nullptr, 0, nullptr) + tav_util_copy_file(nullptr, W) +
+            tav_util_copy_file(W, nullptr) + tav_util_fprintf_bytes(nullptr, data, 1) +
             tav_util_fprintf_bytes(stdout, nullptr, 1) + tav_util_printf_bytes(nullptr, 1) +
             tav_util_sync(nullptr, d) + tav_util_sync_file(nullptr) +
             tav_util_sync_file((p999 + "f").c_str())),
-         "31 [] T fopen C 3; T read_named_file C 3; T write_named_file C 3; T copy_file C 3; T "
-         "fprintf_bytes C 3; T printf_bytes C 3; T sync S 3; T sync_file S 3; T sync_file S 7;"},
+         "52 [] T fopen C 3; T fopen C 3; T fopen C 3; T read_named_file C 3; T read_named_file C "
+         "3; T read_named_file C 3; T write_named_file C 3; T write_named_file C 3; T copy_file C "
+         "3; T copy_file C 3; T fprintf_bytes C 3; T fprintf_bytes C 3; T printf_bytes C 3; T "
+         "sync S 3; T sync_file S 3; T sync_file S 7;"},
     });
     for (FILE *still_open : {appended, null, full, no_descriptor}) {
         fclose(still_open);
@@ -388,12 +401,15 @@ TEST_F(Files, PathsAndDirectories) {
          "to allocate memory; " +
              end + "\n",
          Plan(), kEach},
-        {OP(component(nullptr) + tav_util_abs_path("/", nullptr) + tav_util_mkdir(nullptr) +
-            tav_util_mkdir_read_only(nullptr) + tav_util_query_dir_exists(d.c_str(), nullptr) +
+        {OP(component(nullptr) + tav_util_get_directory_component("a", nullptr) +
+            tav_util_abs_path(nullptr, &text) + tav_util_abs_path("/", nullptr) +
+            tav_util_mkdir(nullptr) + tav_util_mkdir_read_only(nullptr) +
+            tav_util_query_dir_exists(nullptr, &exists) +
+            tav_util_query_dir_exists(d.c_str(), nullptr) +
             long{tav_util_dirscan_begin(nullptr) != nullptr} +
             (tav_dirscan_file_name(nullptr) != nullptr) + tav_util_dirscan(nullptr)),
-         "18 [] T get_directory_component D 3; T abs_path D 3; T mkdir X 3; T mkdir_read_only X "
-         "3; T dirscan X 3;"},
+         "27 [] T get_directory_component D 3; T get_directory_component D 3; T abs_path D 3; T "
+         "abs_path D 3; T mkdir X 3; T mkdir_read_only X 3; T dirscan X 3;"},
     });
     tav_util_dirscan_end(nullptr);
     // A snapshot in case-blind order: a rename during the scan does not show.
