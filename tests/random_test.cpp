@@ -50,19 +50,23 @@ TEST(Prng, WorkedValuesRefusalsAndFills) {
                std::to_string(status) + "|";
     };
     EXPECT_EQ(
-        (std::tuple{tav_util_seed_prng(nullptr, 1, 2),
-                    tav_util_prng_unpacked(nullptr, &word, state.table, &word),
-                    tav_util_prng(nullptr, &word), tav_util_prng_batch(nullptr, &word, 1),
-                    tav_util_prng_batch(&state, nullptr, 0), tav_util_prng_batch(&state, &word, 0),
-                    tav_util_mix_into_prng(nullptr, 7, &word),
-                    tav_util_prng_fill(nullptr, nullptr, 0), tav_util_prng_fill(&state, nullptr, 8),
-                    tav_util_prng_fill(nullptr, buffer.data(), 5),
-                    tav_util_prng_fill(&state, nullptr, 7)}),
-        (std::tuple{3, 3, 3, 3, 3, 0, 7, 0, 3, 3, 3}));
-    EXPECT_EQ(tavtest::said() + "|", t("seed_prng") + t("prng_unpacked") + t("prng_unpacked") +
-                                         t("prng_batch") + t("prng_batch") + t("mix_into_prng", 7) +
-                                         t("prng_batch") + t("prng_fill") + t("prng_batch") +
-                                         t("prng_fill") + t("prng_fill"));
+        (std::tuple{
+            tav_util_seed_prng(nullptr, 1, 2),
+            tav_util_prng_unpacked(nullptr, &word, state.table, &word),
+            tav_util_prng_unpacked(&state.cursor, nullptr, state.table, &word),
+            tav_util_prng_unpacked(&state.cursor, &word, nullptr, &word),
+            tav_util_prng_unpacked(&state.cursor, &word, state.table, nullptr),
+            tav_util_prng(nullptr, &word), tav_util_prng_batch(nullptr, &word, 1),
+            tav_util_prng_batch(&state, nullptr, 0), tav_util_prng_batch(&state, &word, 0),
+            tav_util_mix_into_prng(nullptr, 7, &word), tav_util_mix_into_prng(&state, 7, nullptr),
+            tav_util_prng_fill(nullptr, nullptr, 0), tav_util_prng_fill(&state, nullptr, 8),
+            tav_util_prng_fill(nullptr, buffer.data(), 5), tav_util_prng_fill(&state, nullptr, 7)}),
+        (std::tuple{3, 3, 3, 3, 3, 3, 3, 3, 0, 7, 7, 0, 3, 3, 3}));
+    EXPECT_EQ(tavtest::said() + "|",
+              t("seed_prng") + t("prng_unpacked") + t("prng_unpacked") + t("prng_unpacked") +
+                  t("prng_unpacked") + t("prng_unpacked") + t("prng_batch") + t("prng_batch") +
+                  t("mix_into_prng", 7) + t("mix_into_prng", 7) + t("prng_batch") + t("prng_fill") +
+                  t("prng_batch") + t("prng_fill") + t("prng_fill"));
     EXPECT_TRUE(word == 77 && same(state, before) && buffer == Bytes(16, 0xCC));
     // Fills (made by batches), from every index and at every alignment, are the
     // bytes and state of single steps; a cursor outside 0 to 63 is taken mod 64.

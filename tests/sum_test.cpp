@@ -33,6 +33,12 @@ TEST(Sum, RotationRoundingRestsAndRefusals) {
     EXPECT_EQ((std::tuple{tav_util_sum_next(&sum), tav_util_sum_partial(&sum),
                           tav_util_sum_get_total(&sum), tav_util_sum_next(nullptr), sum.slots}),
               (std::tuple{-8., 0., 1e16 - 4, 0., nullptr}));
+    double slot = 5;
+    tav_util_sum outside{1, 1, &slot, 0, 0}; // a cursor set by hand past the slots
+    tav_util_sum_inc(&outside, 1);
+    EXPECT_EQ(std::tuple(slot, outside.recent_sum, outside.total, tav_util_sum_get(&outside),
+                         tav_util_sum_get_total(nullptr)),
+              std::tuple(5., 0., 0., 0., 0.));
     const tav_util_sum before{7, 3, nullptr, 2.5, 4.5};
     tav_status status = TAV_OK;
     sum = before;
