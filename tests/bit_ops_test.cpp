@@ -64,6 +64,11 @@ TEST(BitOps, Base64RoundTrips) {
         EXPECT_EQ(std::tuple(decode(text), decode(noisy), tav_util_to_base64_size(length)),
                   std::tuple(input, input, text.size()));
     }
+    // A foreign character inside the first or the second 16 characters of 32.
+    for (const std::string text :
+         {"QUJDR!EVGR0hJSktMTU5PUFFSU1RVVldY", "QUJDREVGR0hJSktMTU5P!UFFSU1RVVldY"}) {
+        EXPECT_EQ(decode(text), "ABCDEFGHIJKLMNOPQRSTUVWX");
+    }
 }
 
 // Past the end a shift empties the string (moved bits clear the array); a

@@ -30,7 +30,8 @@ TEST(Integer, MultiplyOverflow) {
     EXPECT_EQ(std::vector({tav_util_check_multiply_overflow_i32(65536, 32768),
                            tav_util_check_multiply_overflow_i32(-65536, 32768),
                            tav_util_check_multiply_overflow_u64(UINT64_MAX, 0),
+                           tav_util_check_multiply_overflow_u64(0, UINT64_MAX),
                            tav_util_check_multiply_overflow_u64(3, kThird),
                            tav_util_check_multiply_overflow_u64(kThird + 1, 3)}),
-              std::vector({1, 0, 0, 0, 1}));
+              std::vector({1, 0, 0, 0, 0, 1}));
 }

@@ -90,8 +90,10 @@ TEST(Spawn, ExitCodesAndFailures) {
                 });
                 const bool held = handle != untouched && handle != nullptr;
                 const char kept = held ? 'h' : handle ? 'u' : 'n';
-                if (held) // twice: the second finds null
+                if (held) { // twice: the second finds null; then no handle at all
                     tav_free_proc_handle(&handle), tav_free_proc_handle(&handle);
+                    tav_free_proc_handle(nullptr);
+                }
                 return to_string(run.live_blocks - held) + " " + to_string(run.sizes.at(0)) + " " +
                        kept + " " + to_string(st) + " " + to_string(code) + reports();
             });

@@ -161,7 +161,8 @@ TEST(Time, Timeouts) {
            "@!22 0.0 => 6|query_timeout_expired 6 7"});
     check(spec, "cmp",
           {"1.5 1.5 => 0 0", "1.5 1.6 => 0 -1", "1.6 1.5 => 0 1", "1." + kMax + " 2.0 => 0 -1",
-           "-1.0 0.0 => 0 -1", "null 1.0" + null + "(nil) p p|cmp_timeout 3 7",
+           "2.0 1.999999999 => 0 1", "-1.0 0.0 => 0 -1",
+           "null 1.0" + null + "(nil) p p|cmp_timeout 3 7",
            "1.0 null" + null + "p (nil) p|cmp_timeout 3 7",
            "1.0 1.0 null" + null + "p p (nil)|cmp_timeout 3 7"});
     check(
