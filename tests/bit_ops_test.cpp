@@ -59,7 +59,7 @@ TEST(BitOps, Base64RoundTrips) {
         std::generate(input.begin(), input.end(), [&] { return static_cast<char>(engine()); });
         const std::string text = call(kEncode, input, length).first;
         for (const char c : text) {
-            noisy += std::string(engine() % 3 == 0, "\n= \x80\0"[engine() % 5]) + c;
+            noisy += std::string(engine() % 3 == 0, "\n= \x80\0:[{"[engine() % 8]) + c;
         }
         EXPECT_EQ(std::tuple(decode(text), decode(noisy), tav_util_to_base64_size(length)),
                   std::tuple(input, input, text.size()));

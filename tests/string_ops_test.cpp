@@ -191,13 +191,19 @@ TEST(StringOps, Join) {
          {Row{huge, 2, "", 0}, Row{kHuge + 1, 1, "", 0}, Row{texts, 3, ",", 1},
           Row{texts, 3, ",", 0}, Row{texts, 3, "--", 0}, Row{texts, 1, "--", 0}}) {
         out = untouched;
-        tavtest::run_allocations(nth, [&, from = from, count = count, separator = separator] {
-            tav_util_join(from, count, separator, &out, &size);
-        });
-        shown += std::to_string(size) + (out == untouched ? "u" : out ? out : "null") + " ";
+        const auto run =
+            tavtest::run_allocations(nth, [&, from = from, count = count, separator = separator] {
+                tav_util_join(from, count, separator, &out, &size);
+            });
+        shown += std::to_string(size) + "=" + std::to_string(run.sizes.empty() ? 0 : run.sizes[0]) +
+                 (out == untouched ? "u"
+                  : out            ? out
+                                   : "null") +
+                 " ";
         std::free(out == untouched ? nullptr : out);
     }
-    EXPECT_EQ(shown, "77u 9223372036854775808u 18446744073709551615u 5null 5a,,b 7a----b 2a ");
+    EXPECT_EQ(shown, "77u 9223372036854775808=0u 18446744073709551615=0u 5=5null 5=5a,,b "
+                     "7=7a----b 2=2a ");
     EXPECT_EQ(tavtest::said(), traced("tav_util_join", {3, 3, 3, 3, 3, 33, 33, 2}));
 }
 
