@@ -59,14 +59,16 @@ TEST(BitOps, Base64RoundTrips) {
         std::generate(input.begin(), input.end(), [&] { return static_cast<char>(engine()); });
         const std::string text = call(kEncode, input, length).first;
         for (const char c : text) {
-            noisy += std::string(engine() % 3 == 0, "\n= \x80\0:[{"[engine() % 8]) + c;
+            noisy += std::string(engine() % 3 == 0, "\n= \x80\0"[engine() % 5]) + c;
         }
         EXPECT_EQ(std::tuple(decode(text), decode(noisy), tav_util_to_base64_size(length)),
                   std::tuple(input, input, text.size()));
     }
-    // A foreign character inside the first or the second 16 characters of 32.
+    // A character just past a range of the alphabet, in the first or the
+    // second 16 characters of 32, is foreign.
     for (const std::string text :
-         {"QUJDR!EVGR0hJSktMTU5PUFFSU1RVVldY", "QUJDREVGR0hJSktMTU5P!UFFSU1RVVldY"}) {
+         {"QUJDR[EVGR0hJSktMTU5PUFFSU1RVVldY", "QU{JDREVGR0hJSktMTU5PUFFSU1RVVldY",
+          "Q:UJDREVGR0hJSktMTU5PUFFSU1RVVldY", "QUJDREVGR0hJSktMTU5P!UFFSU1RVVldY"}) {
         EXPECT_EQ(decode(text), "ABCDEFGHIJKLMNOPQRSTUVWX");
     }
 }
