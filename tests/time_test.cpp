@@ -131,12 +131,12 @@ void check(const std::string &home, const std::string &op, const std::vector<std
 }
 
 TEST(Time, Timeouts) {
-    const std::string spec = "timespec_common", bad = " => 7|!abs_time_offset Bad value, val: ",
+    const std::string timeouts = "timespec_common", bad = " => 7|!abs_time_offset Bad value, val: ",
                       o33 = " => 33|abs_time_offset 33 ", not_read = " Failed to get current time.",
                       null = " => 3|!cmp_timeout NULL argument detected: ",
                       nan = "|!future_timeout"
                             " Overflow detected when trying to set phase timeout tmp hack";
-    check(spec, "offset",
+    check(timeouts, "offset",
           {"5.123 0 1 => 0 5.123", "5.123 1000 1000 => 0 6.123", "5.123 999 1000 => 0 5.999000123",
            "5.0 1 1000000000 => 0 5.1", "5.0 2 3 => 0 5.666666666", "5.500000000 500 1000 => 0 6.0",
            "5.999999999 2 1000000000 => 0 6.1", "5.5000000000 0 1 => 0 6.4000000000",
@@ -148,25 +148,25 @@ TEST(Time, Timeouts) {
            "9223372036854775804.7 4 1" + o33 + "9223372036854775804.7", "-1.0 1 1" + o33 + "-1.0",
            "5.-1 3 1" + o33 + "8.-1", kMax + ".999999999 1 1000000000" + o33 + kMax + ".0",
            "9223372036854775806.999999999 1000000001 1000000000" + o33 + kMax + ".0"});
-    check(spec, "future",
+    check(timeouts, "future",
           {"@100.999999999 1 => 0 101.0",
            "@!22 1 => 6|!future_timeout" + not_read + "|future_timeout 6 -7.-7",
            "@100.999999999 -1" + bad + "-1 scale_to_sec: 1000000000\n|abs_time_offset 7" +
                "|future_timeout 7" + nan + " 100.999999999",
            "@" + kMax + ".999999999 1 => 33|abs_time_offset 33|future_timeout 33" + nan + " " +
                kMax + ".0"});
-    check(spec, "expired",
+    check(timeouts, "expired",
           {"@100.500 101.0 => 0 0", "@100.500 100.501 => 0 0", "@100.500 100.500 => 0 1",
            "@100.500 99." + kMax + " => 0 1", "@100.500 -1.0 => 0 1",
            "@!22 0.0 => 6|query_timeout_expired 6 7"});
-    check(spec, "cmp",
+    check(timeouts, "cmp",
           {"1.5 1.5 => 0 0", "1.5 1.6 => 0 -1", "1.6 1.5 => 0 1", "1." + kMax + " 2.0 => 0 -1",
            "2.0 1.999999999 => 0 1", "-1.0 0.0 => 0 -1",
            "null 1.0" + null + "(nil) p p|cmp_timeout 3 7",
            "1.0 null" + null + "p (nil) p|cmp_timeout 3 7",
            "1.0 1.0 null" + null + "p p (nil)|cmp_timeout 3 7"});
     check(
-        spec, "left",
+        timeouts, "left",
         {"@100.250000000 112.750000000 64 => 0 1.250000e+01 seconds",
          "@100.250000000 90.750000000 64 => 0 -9.500000e+00 seconds",
          "@100.250000000 112.750000000 5 => 0 1.25",
