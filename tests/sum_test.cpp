@@ -2,8 +2,7 @@
 
 namespace {
 
-// The worked rotation; then 1 added to 1e16 is lost to rounding, so rotating
-// 1e16 out leaves 0 though a slot holds 1; a period's last set alone counts.
+// 1 added to 1e16 is lost to rounding: rotating 1e16 out leaves 0, though a slot holds 1.
 TEST(Sum, RotationRoundingRestsAndRefusals) {
     tav_util_sum sum{};
     ASSERT_EQ(tav_util_sum_init(&sum, 2), TAV_OK);
@@ -19,26 +18,23 @@ TEST(Sum, RotationRoundingRestsAndRefusals) {
     EXPECT_EQ((std::tuple{big, tav_util_sum_next(&sum), tav_util_sum_get(&sum),
                           tav_util_sum_partial(&sum)}),
               (std::tuple{1e16, 1e16, 0., 0.}));
-    tav_util_sum_set(&sum, 5);
+    tav_util_sum_set(&sum, 5); // a period's last set alone counts
     tav_util_sum_set(&sum, -7);
-    EXPECT_EQ(
-        (std::tuple{tav_util_sum_partial(&sum), tav_util_sum_get(&sum),
-                    tav_util_sum_get_total(&sum), tav_util_sum_next(&sum), tav_util_sum_get(&sum)}),
-        (std::tuple{-7., -7., 1e16 - 4, -7., -8.}));
+    const double partial = tav_util_sum_partial(&sum), recent = tav_util_sum_get(&sum),
+                 last = tav_util_sum_next(&sum);
     tav_util_sum_free(&sum);
     tav_util_sum_free(&sum);
     tav_util_sum_free(nullptr);
     tav_util_sum_inc(&sum, 1); // without a slot, freed or no record, nothing changes
     tav_util_sum_set(nullptr, 1);
-    EXPECT_EQ((std::tuple{tav_util_sum_next(&sum), tav_util_sum_partial(&sum),
-                          tav_util_sum_get_total(&sum), tav_util_sum_next(nullptr), sum.slots}),
-              (std::tuple{-8., 0., 1e16 - 4, 0., nullptr}));
     double slot = 5;
     tav_util_sum outside{1, 1, &slot, 0, 0}; // a cursor set by hand past the slots
     tav_util_sum_inc(&outside, 1);
-    EXPECT_EQ(std::tuple(slot, outside.recent_sum, outside.total, tav_util_sum_get(&outside),
-                         tav_util_sum_get_total(nullptr)),
-              std::tuple(5., 0., 0., 0., 0.));
+    EXPECT_EQ(
+        (std::tuple{partial, recent, last, tav_util_sum_next(&sum), tav_util_sum_partial(&sum),
+                    tav_util_sum_get_total(&sum), tav_util_sum_next(nullptr), sum.slots, slot,
+                    outside.recent_sum, outside.total, tav_util_sum_get_total(nullptr)}),
+        (std::tuple{-7., -7., -7., -8., 0., 1e16 - 4, 0., nullptr, 5., 0., 0., 0.}));
     const tav_util_sum before{7, 3, nullptr, 2.5, 4.5};
     tav_status status = TAV_OK;
     sum = before;
