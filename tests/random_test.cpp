@@ -68,7 +68,7 @@ TEST(Prng, WorkedValuesRefusalsAndFills) {
     // Fills (made by batches), from every index and at every alignment, are the
     // bytes and state of single steps; a cursor outside 0 to 63 is taken mod 64.
     const int64_t laps[] = {0, -1, 1, 1000, -(1 << 25), (1 << 25) - 1, -7, 3};
-    for (size_t size = 1; size <= 80005; size = size == 81 ? 512 : size == 512 ? 80005 : size + 1) {
+    for (size_t size = 1; size <= 80005; size = size == 81 ? 512 : size == 512 ? 80005 : size + 1)
         for (size_t offset = 0; offset < 8; ++offset) {
             steps(seeded(7, size), (8 * size + offset) % 64, &state);
             tav_util_prng_state single = state;
@@ -80,7 +80,6 @@ TEST(Prng, WorkedValuesRefusalsAndFills) {
                         buffer == expected && same(state, single))
                 << size << " at " << offset;
         }
-    }
 }
 
 } // namespace
