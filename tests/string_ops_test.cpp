@@ -118,8 +118,8 @@ TEST(StringOps, Split) {
         {"a,b", ",", "a|b"},     {",a,b", ",", "a|b"},     {"a,,b", ",", "a|b"},
         {"a,b,", ",", "a|b"},    {",,a,,b,,", ",", "a|b"}, {"a--b", "--", "a|b"},
         {"a---b", "--", "a|-b"}, {"a----b", "--", "a|b"},  {"-a--", "--", "-a"},
-        {"ab", "abc", "ab"},     {"a-b", "--", "a-b"},     {"a,b", "3 0 0", "a,b"},
-        {"", "0 4 1", ""}};
+        {"ab", "abc", "ab"},     {"a-b", "--", "a-b"},     {"a,b", "", "a,b"},
+        {"", "", ""}};
     for (const char d : {',', '\xff'}) { // tokens of every length to 40, runs of 1 to 3
         for (const int n : {1, 9, 30, 200}) {
             std::string text, joined;
