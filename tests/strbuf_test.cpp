@@ -28,9 +28,6 @@ static std::string outcome(int32_t capacity, const char *text, long nth,
 }
 
 TEST(Strbuf, NewAndClear) {
-    auto run = tavtest::run_allocations(0, [] { tav_util_strbuf_free(tav_util_strbuf_new(0)); });
-    EXPECT_EQ(std::tuple(run.sizes, run.live_blocks),
-              std::tuple(std::vector<size_t>{sizeof(tav_util_strbuf), 128}, 0));
     const auto clear = [](tav_util_strbuf *b) {
         const int32_t made = b->hex_limit;
         tav_util_strbuf_set_hex_limit(b, 5), tav_util_strbuf_clear(b);
@@ -41,7 +38,8 @@ TEST(Strbuf, NewAndClear) {
               "2565|~bc|128|0|5|(null)|0|0|");
     for (const long nth : {1, 2, 0}) { // 0: a negative capacity is a huge size
         tav_util_strbuf *record = nullptr;
-        run = tavtest::run_allocations(nth, [&] { record = tav_util_strbuf_new(nth ? 64 : -1); });
+        const auto run =
+            tavtest::run_allocations(nth, [&] { record = tav_util_strbuf_new(nth ? 64 : -1); });
         EXPECT_EQ(std::tuple(record, run.live_blocks), std::tuple(nullptr, 0L));
     }
     tav_util_strbuf_free(nullptr), tav_util_strbuf_set_hex_limit(nullptr, 5);
