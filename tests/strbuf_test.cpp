@@ -126,10 +126,9 @@ TEST(Strbuf, Substitute) {
     }
     EXPECT_EQ(tav_util_strbuf_substitute(nullptr, "-", 0, "+"), 0);
     // Without the scratch record (the first two allocations) the text stays.
-    std::string many;
-    for (int i = 0; i < 60; ++i) {
-        many += std::string(i % 7, 'a' + i % 26) + "<>";
-    }
+    const std::string many =
+        "<>a<>bb<>ccc<>dddd<>eeeee<>ffffff<><>g<>hh<>iii<>jjjj<>kkkkk<>llllll<><>m"
+        "<>nn<>ooo<>pppp<>qqqqq<>rrrrrr<><>s<>tt<>uuu<>vvvv<>wwwww<>xxxxxx<>y";
     for (const auto &[capacity, format] :
          {std::pair(8, "[replaced]"), std::pair(64, "%d, twelve chars"), std::pair(8, "%c-")}) {
         const auto ours = [format = format](tav_util_strbuf *b) {
