@@ -428,96 +428,85 @@ TEST(ProcStat, CraftedLinesAndFailures) {
               "Reason: Cannot allocate memory|trace tav_util_proc_stat@y 9");
 }
 
-// The calls of the identity test, in a child: getenv of null, unset, empty,
-// 299 and 300 characters, an allocation failing, a copy kept; setenv and
-// unsetenv ("status|reports V" with what V then holds), setenv's allocations
-// failing (some it does without); ensure_egid (then the egid), the last call
-// as nobody; the host name, this host's, then 63 and 64 characters long (no
-// room for the terminator) and sysconf failing.
-std::string identity_calls(const std::string &v299, const std::string &g32) {
-    setenv("EMPTY", "", 1), setenv("V299", v299.c_str(), 1);
-    setenv("V300", (v299 + "v").c_str(), 1), setenv("SHORT", "abc", 1);
-    std::string seen;
-    for (const char *name : {(const char *)nullptr, "UNSET", "EMPTY", "V299", "V300"}) {
-        seen += "\n" + observe(0, [&] { return tav_util_getenv(name); });
-    }
-    seen += "\n" + observe(1, [] { return tav_util_getenv("SHORT"); });
-    char *copy = tav_util_getenv("SHORT");
-    setenv("SHORT", "xyz", 1);
-    seen += " " + shown(copy);
-    auto row = [&](tav_status status) {
-        seen += "\n" + shown(status) + reports() + " " + shown(tav_util_getenv("V"));
-        tavtest::clear_reports();
-    };
-    tavtest::clear_reports();
-    row(tav_util_setenv(nullptr, "x")), row(tav_util_setenv("V", nullptr));
-    row(tav_util_setenv("V=", "x")), row(tav_util_setenv("V", "one"));
-    row(tav_util_setenv("V", "two")), row(tav_util_unsetenv(nullptr));
-    row(tav_util_unsetenv("V=x")), row(tav_util_unsetenv("V"));
-    std::set<std::string> failed;
-    tavtest::for_each_allocation_failure(
-        [&] { tavtest::clear_reports(), failed.insert(shown(tav_util_setenv("NEW", "x"))); },
-        [&](long, const tavtest::AllocRun &) { failed.insert(reports()); });
-    seen = std::accumulate(failed.begin(), failed.end(), seen + "\n");
-    getgrnam("root"), getgrnam(g32.c_str()); // the lookups' one-time set-up
-    auto egid = [&](long fail_at, const char *name) {
-        seen += "\n" + observe(fail_at, [&] { return ensure_egid(name); });
-        seen += " " + shown(getegid());
-    };
-    egid(0, nullptr), egid(0, (g32 + "g").c_str()), egid(0, g32.c_str());
-    for (long result : {-1, 8}) {
-        tavtest::HostInjection sized(
-            {.sysconf_name = _SC_GETGR_R_SIZE_MAX, .sysconf_result = result});
-        egid(0, "root");
-    }
-    egid(1, "root"), egid(0, "nogroup");
-    auto host = [] { return tav_util_get_hostname(); };
-    seen += "\n" + observe(0, host);
-    const std::string h63(63, 'h');
-    if (unshare(CLONE_NEWUTS) != 0 || sethostname(h63.data(), 63) != 0) {
-        return "no host name of its own";
-    }
-    seen += "\n" + observe(0, host) + "\n" + observe(1, host);
-    sethostname((h63 + "h").data(), 64);
-    seen += "\n" + observe(0, host);
-    tavtest::host_faults() = {.sysconf_name = _SC_HOST_NAME_MAX, .sysconf_result = -1};
-    seen += "\n" + observe(0, host);
-    return tavtest::drop_to_nobody() ? (egid(0, "root"), seen) : "not nobody";
-}
-
+// In a child: getenv of null, unset, empty, 299 and 300 characters, an
+// allocation failing, a copy kept; setenv and unsetenv ("status|reports V",
+// what V then holds), setenv's allocations failing (some it does without);
+// ensure_egid (then the egid), the last call as nobody; the host name, this
+// host's, then 63 and 64 characters long, and sysconf failing.
 TEST(Identity, EnvironmentGroupAndHostName) {
     const std::string v299(299, 'v'), g32(32, 'g'), h63(63, 'h');
-    const std::string size = std::to_string(sysconf(_SC_GETGR_R_SIZE_MAX));
+    const std::string size = to_string(sysconf(_SC_GETGR_R_SIZE_MAX));
     utsname names{};
     uname(&names);
-    const std::string rows[] = {
-        "\nnull - 0\nnull - 0\n'' 1 1\n'" + v299 + "' 300 1\nnull - 0\nnull 4 0 'abc'",
-        "\n3|trace tav_util_setenv@e 3 null\n3|trace tav_util_setenv@e 3 null",
-        "\n6|perror tav_util_setenv@e 22 Failed to set environment variable",
-        "|trace tav_util_setenv@e 6 null\n0 'one'\n0 'two'\n3|trace tav_util_unsetenv@e 3 'two'",
-        "\n6|perror tav_util_unsetenv@e 22 Failed to unset environment variable",
-        "|trace tav_util_unsetenv@e 6 'two'\n0 null\n",
-        "0",
-        "6",
-        "|perror tav_util_setenv@e 12 Failed to set environment variable",
-        "|trace tav_util_setenv@e 6",
-        "\n3 - 0|trace ensure_egid@g 3 0\n7 - 0|trace ensure_egid@g 7 0",
-        "\n6 " + size + " 0|log ensure_egid Failed to find group " + g32 +
-            "|trace ensure_egid@g 6 0",
-        "\n6 - 0|log ensure_egid@g: Failed to query group structure size  Reason: Invalid "
-        "argument|trace ensure_egid@g 6 0",
-        "\n6 8 0|log ensure_egid@g: Failed to query group root data  Reason: Numerical result out "
-        "of range|trace ensure_egid@g 6 0", // no second try
-        "\n2 " + size + " 0|log ensure_egid Failed to allocate " + size +
-            " byte buffer|trace ensure_egid@g 2 0",
-        "\n0 " + size + " 0 65534",
-        "\n'" + std::string(names.nodename) + "' 64 1",
-        "\n'" + h63 + "' 64 1\nnull 64 0\nnull 64 0\nnull - 0",
-        "\n6 " + size +
-            " 0|log ensure_egid@g: Failed to update effective gid for group root  Reason: "
-            "Operation not permitted|trace ensure_egid@g 6 65534"};
-    EXPECT_EQ(tavtest::in_child([&] { return identity_calls(v299, g32); }),
-              std::accumulate(std::begin(rows), std::end(rows), std::string()));
+    const std::string seen = tavtest::in_child([&] {
+        setenv("EMPTY", "", 1), setenv("V299", v299.c_str(), 1);
+        setenv("V300", (v299 + "v").c_str(), 1), setenv("SHORT", "abc", 1);
+        std::string seen;
+        for (const char *name : {(const char *)nullptr, "UNSET", "EMPTY", "V299", "V300"}) {
+            seen += "\n" + observe(0, [&] { return tav_util_getenv(name); });
+        }
+        seen += "\n" + observe(1, [] { return tav_util_getenv("SHORT"); });
+        char *copy = tav_util_getenv("SHORT");
+        setenv("SHORT", "xyz", 1);
+        seen += " " + shown(copy);
+        auto row = [&](tav_status status) {
+            seen += "\n" + shown(status) + reports() + " " + shown(tav_util_getenv("V"));
+            tavtest::clear_reports();
+        };
+        tavtest::clear_reports();
+        row(tav_util_setenv(nullptr, "x")), row(tav_util_setenv("V", nullptr));
+        row(tav_util_setenv("V=", "x")), row(tav_util_setenv("V", "one"));
+        row(tav_util_setenv("V", "two")), row(tav_util_unsetenv(nullptr));
+        row(tav_util_unsetenv("V=x")), row(tav_util_unsetenv("V"));
+        std::set<std::string> failed;
+        tavtest::for_each_allocation_failure(
+            [&] { tavtest::clear_reports(), failed.insert(shown(tav_util_setenv("NEW", "x"))); },
+            [&](long, const tavtest::AllocRun &) { failed.insert(reports()); });
+        seen = std::accumulate(failed.begin(), failed.end(), seen + "\n");
+        getgrnam("root"), getgrnam(g32.c_str()); // the lookups' one-time set-up
+        auto egid = [&](long fail_at, const char *name) {
+            seen += "\n" + observe(fail_at, [&] { return ensure_egid(name); });
+            seen += " " + shown(getegid());
+        };
+        egid(0, nullptr), egid(0, (g32 + "g").c_str()), egid(0, g32.c_str());
+        for (long result : {-1, 8}) {
+            tavtest::HostInjection sized(
+                {.sysconf_name = _SC_GETGR_R_SIZE_MAX, .sysconf_result = result});
+            egid(0, "root");
+        }
+        egid(1, "root"), egid(0, "nogroup");
+        auto host = [&](long fail_at) {
+            seen += "\n" + observe(fail_at, [] { return tav_util_get_hostname(); });
+        };
+        host(0);
+        if (unshare(CLONE_NEWUTS) != 0 || sethostname(h63.data(), 63) != 0) {
+            return std::string("no host name of its own");
+        }
+        host(0), host(1), sethostname((h63 + "h").data(), 64), host(0);
+        tavtest::host_faults() = {.sysconf_name = _SC_HOST_NAME_MAX, .sysconf_result = -1};
+        host(0);
+        return tavtest::drop_to_nobody() ? (egid(0, "root"), seen) : "not nobody";
+    });
+    EXPECT_EQ(seen,
+              "\nnull - 0\nnull - 0\n'' 1 1\n'" + v299 +
+                  "' 300 1\nnull - 0\nnull 4 0 'abc'\n3|trace tav_util_setenv@e 3 null\n3|trace "
+                  "tav_util_setenv@e 3 null\n6|perror tav_util_setenv@e 22 Failed to set "
+                  "environment variable|trace tav_util_setenv@e 6 null\n0 'one'\n0 'two'\n3|trace "
+                  "tav_util_unsetenv@e 3 'two'\n6|perror tav_util_unsetenv@e 22 Failed to unset "
+                  "environment variable|trace tav_util_unsetenv@e 6 'two'\n0 null\n06|perror "
+                  "tav_util_setenv@e 12 Failed to set environment variable|trace tav_util_setenv@e "
+                  "6\n3 - 0|trace ensure_egid@g 3 0\n7 - 0|trace ensure_egid@g 7 0\n6 " +
+                  size + " 0|log ensure_egid Failed to find group " + g32 +
+                  "|trace ensure_egid@g 6 0\n6 - 0|log ensure_egid@g: Failed to query group "
+                  "structure size  Reason: Invalid argument|trace ensure_egid@g 6 0\n6 8 0|log "
+                  "ensure_egid@g: Failed to query group root data  Reason: Numerical result out of "
+                  "range|trace ensure_egid@g 6 0\n2 " +
+                  size + " 0|log ensure_egid Failed to allocate " + size +
+                  " byte buffer|trace ensure_egid@g 2 0\n0 " + size + " 0 65534\n'" +
+                  names.nodename + "' 64 1\n'" + h63 +
+                  "' 64 1\nnull 64 0\nnull 64 0\nnull - 0\n6 " + size +
+                  " 0|log ensure_egid@g: Failed to update effective gid for group root  Reason: "
+                  "Operation not permitted|trace ensure_egid@g 6 65534");
 }
 
 } // namespace
