@@ -1,6 +1,4 @@
-// Processes and the host: spawn and wait, the bounded wait, the search of
-// /proc, signal dispositions, the status record, environment, group and host
-// name. What changes what the process shares runs in a child process.
+// Processes and the host. What changes what the process shares runs in a child.
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -30,21 +28,16 @@ using std::to_string;
 using Words = std::vector<const char *>;
 char **v(const Words &words) { return const_cast<char **>(words.data()); }
 char *kNoEnv[] = {nullptr};
-int32_t pid_in(tav_proc_handle handle) { return *reinterpret_cast<const int32_t *>(handle); }
 
 // The reports, a pid in a line as PID, each source path as '@' and a letter.
 std::string reports() {
     std::string text =
         std::regex_replace(tavtest::reported(), std::regex("process [0-9]+"), "process PID");
-    for (const auto &[path, at] : {std::pair{"process_ops", "@p"},
-                                   {"process/spawn_linux", "@s"},
-                                   {"spawn", "@w"},
-                                   {"time/timespec_common", "@t"},
-                                   {"string/vasprintf", "@v"},
-                                   {"system/linux", "@y"},
-                                   {"env/linux", "@e"},
-                                   {"permissions/permissions_linux", "@g"}}) {
-        text = std::regex_replace(text, std::regex(" src/" + std::string(path) + "\\.cpp"), at);
+    std::istringstream legend(
+        "process_ops p process/spawn_linux s spawn w time/timespec_common t string/vasprintf v "
+        "system/linux y env/linux e permissions/permissions_linux g");
+    for (std::string path, letter; legend >> path >> letter;) {
+        text = std::regex_replace(text, std::regex(" src/" + path + "\\.cpp"), "@" + letter);
     }
     return text;
 }
@@ -183,7 +176,8 @@ TEST(ProcessSearch, FirstArgumentsInAStandIn) {
     tav_proc_handle handle = nullptr;
     const Words argv = {path.c_str(), arg.c_str(), nullptr}, env = {"A=1", "B=2", nullptr};
     ASSERT_EQ(tav_spawn(v(argv), v(env), &handle), TAV_OK);
-    const std::string child = to_string(pid_in(handle)), proc = "/proc/" + child + "/";
+    const int32_t pid = *reinterpret_cast<const int32_t *>(handle);
+    const std::string child = to_string(pid), proc = "/proc/" + child + "/";
     while (slurp(proc + "cmdline") != path + '\0' + arg + '\0') {
         usleep(1000); // until execve is done
     }
@@ -257,75 +251,75 @@ TEST(ProcessSearch, FirstArgumentsInAStandIn) {
     }
     EXPECT_EQ(seen, kinds);
     EXPECT_EQ(vet_possible_directory(nullptr), 0);
-    kill(pid_in(handle), SIGKILL), waitpid(pid_in(handle), nullptr, 0);
+    kill(pid, SIGKILL), waitpid(pid, nullptr, 0);
     tav_free_proc_handle(&handle);
     std::filesystem::remove_all(dir);
 }
 
-void marked(int) {}
-
-// In a child, signals 1 to 31 get the test's handler (9 and 19 can't), then
-// calls such as "i2 c r15" (ignore 2, the common ones, reset 15) run, sigaction
+// Signals 1 to 31 get a handler of the test's (9 and 19 can't), then calls
+// such as "i2 c r15" (ignore 2, the common ones, reset 15) run, sigaction
 // failing for the signals `failing` holds: "first status not TAV_OK,
 // dispositions|reports", as letters: H the handler, I ignored, D default.
+std::string dispositions_after(const std::string &calls, uint64_t failing) {
+    struct sigaction handler {};
+    handler.sa_handler = [](int) {};
+    for (int signum = 1; signum <= 31; ++signum) {
+        sigaction(signum, &handler, nullptr);
+    }
+    tavtest::clear_reports();
+    tav_status first = TAV_OK;
+    std::istringstream words(calls);
+    tavtest::host_faults().sigaction_fails = failing;
+    for (std::string call; words >> call;) {
+        const int32_t n = std::atoi(call.c_str() + 1);
+        const tav_status st = call[0] == 'c'   ? tav_util_ignore_common_signals()
+                              : call[0] == 'i' ? tav_util_ignore_signal(n)
+                                               : tav_util_reset_signal(n);
+        first = first != TAV_OK ? first : st;
+    }
+    tavtest::host_faults().sigaction_fails = 0;
+    std::string letters = to_string(first) + " ";
+    for (int signum = 1; signum <= 31; ++signum) {
+        struct sigaction now {};
+        sigaction(signum, nullptr, &now);
+        constexpr int kRestorer = 0x04000000; // added by libc to every disposition
+        const bool bare = (now.sa_flags & ~kRestorer) == 0 && sigisemptyset(&now.sa_mask);
+        letters += now.sa_handler == SIG_IGN   ? "Ii"[!bare]
+                   : now.sa_handler == SIG_DFL ? "Dd"[!bare]
+                                               : 'H';
+    }
+    return letters + reports();
+}
+
 TEST(Signals, DispositionsAfterEachCall) {
-    const std::string start = "HHHHHHHHDHHHHHHHHHDHHHHHHHHHHHH";
+    const std::string start = "HHHHHHHHDHHHHHHHHHDHHHHHHHHHHHH",
+                      invalid = "  Reason: Invalid argument";
+    const std::string common =
+        "|log tav_util_ignore_common_signals@p: Failed to set ignore signal ";
+    const std::string reset = "|log tav_util_reset_signal Invalid or unsupported signal value ";
     const std::tuple<std::string, uint64_t, std::string> rows[] = {
         //                                       1234567890123456789012345678901
         {"i-1 i0 i1 i9 i15 i19 i31 i32 r14", 0, "0 IHHHHHHHDHHHHDHHHHDHHHHHHHHHHHI"},
         {"i2", 1 << 2,
-         "6 " + start +
-             "|log tav_util_ignore_signal@p: Failed to set ignore signal Interrupt (2)  Reason: "
-             "Invalid argument"},
+         "6 " + start + "|log tav_util_ignore_signal@p: Failed to set ignore signal Interrupt (2)" +
+             invalid},
         {"c r0 r32", 0,
-         "7 IIIIIIIIDIIIIIHIIIDIIIIIIIIIIII|log tav_util_reset_signal Invalid or unsupported "
-         "signal value 0|trace tav_util_reset_signal@p 7|log tav_util_reset_signal Invalid or "
-         "unsupported signal value 32|trace tav_util_reset_signal@p 7"},
+         "7 IIIIIIIIDIIIIIHIIIDIIIIIIIIIIII" + reset + "0|trace tav_util_reset_signal@p 7" + reset +
+             "32|trace tav_util_reset_signal@p 7"},
         {"c", 1 << 2 | 1 << 30,
-         "6 IHIIIIIIDIIIIIHIIIDIIIIIIIIIIHI|log tav_util_ignore_common_signals@p: Failed to set "
-         "ignore signal Interrupt (2)  Reason: Invalid argument|log "
-         "tav_util_ignore_common_signals@p: Failed to set ignore signal Power failure (30)  "
-         "Reason: Invalid argument"},
+         "6 IHIIIIIIDIIIIIHIIIDIIIIIIIIIIHI" + common + "Interrupt (2)" + invalid + common +
+             "Power failure (30)" + invalid},
         {"r9", 1 << 9,
-         "6 " + start +
-             "|log tav_util_reset_signal@p: Failed to reset signal Killed (9)  Reason: Invalid "
-             "argument"},
+         "6 " + start + "|log tav_util_reset_signal@p: Failed to reset signal Killed (9)" +
+             invalid},
     };
     for (const auto &[calls, failing, expected] : rows) {
-        EXPECT_EQ(tavtest::in_child([calls = calls, failing = failing] {
-                      struct sigaction handler {};
-                      handler.sa_handler = marked;
-                      for (int signum = 1; signum <= 31; ++signum) {
-                          sigaction(signum, &handler, nullptr);
-                      }
-                      tavtest::clear_reports();
-                      tav_status first = TAV_OK;
-                      std::istringstream words(calls);
-                      tavtest::host_faults().sigaction_fails = failing;
-                      for (std::string call; words >> call;) {
-                          const int32_t n = std::atoi(call.c_str() + 1);
-                          const tav_status st = call[0] == 'c'   ? tav_util_ignore_common_signals()
-                                                : call[0] == 'i' ? tav_util_ignore_signal(n)
-                                                                 : tav_util_reset_signal(n);
-                          first = first != TAV_OK ? first : st;
-                      }
-                      tavtest::host_faults().sigaction_fails = 0;
-                      std::string letters = to_string(first) + " ";
-                      for (int signum = 1; signum <= 31; ++signum) {
-                          struct sigaction now {};
-                          sigaction(signum, nullptr, &now);
-                          constexpr int kRestorer = 0x04000000; // added by libc to every one
-                          const bool bare =
-                              (now.sa_flags & ~kRestorer) == 0 && sigisemptyset(&now.sa_mask);
-                          letters += now.sa_handler == SIG_IGN   ? "Ii"[!bare]
-                                     : now.sa_handler == SIG_DFL ? "Dd"[!bare]
-                                                                 : 'H';
-                      }
-                      return letters + reports();
-                  }),
-                  expected);
+        const std::string seen = tavtest::in_child(
+            [calls = calls, failing = failing] { return dispositions_after(calls, failing); });
+        EXPECT_EQ(seen, expected);
     }
 }
+
 // "status record|reports", the record printed back as the kernel prints its
 // line (a zero state as '-'), over a record that was dirty before.
 std::string parsed(int32_t pid) {
