@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <fstream>
 #include <grp.h>
-#include <numeric>
 #include <optional>
 #include <regex>
 #include <sched.h>
@@ -62,9 +61,9 @@ template <typename Call> std::string observe(long fail_at, Call call) {
            to_string(run.live_blocks) + reports();
 }
 
-// Each row in a child, SIGCHLD ignored or not (0), by tav_spawn then tav_wait
-// or by tav_spawn_and_wait: then the handle (n: null, h: held, u: untouched),
-// freed twice if held, and the exit code.
+// In a child, SIGCHLD ignored or not (0), by tav_spawn then tav_wait or by
+// tav_spawn_and_wait; then the handle (n: null, h: held and freed twice, u:
+// untouched) and the exit code.
 TEST(Spawn, ExitCodesAndFailures) {
     using Row = std::tuple<bool, const char *, const char *, int, long, int, std::string>;
     const std::string unwaited = "|log tav_wait@s: Failed to wait on process PID  Reason: No child "
@@ -82,27 +81,27 @@ TEST(Spawn, ExitCodesAndFailures) {
         {true, "/bin/sh", "true", 0, 0, SIGCHLD, "6 4 0" + unwaited + " u 77"},
     };
     for (const Row &row : rows) {
-        EXPECT_EQ(tavtest::in_child([&row] {
-                      const auto &[once, program, script, fork_errno, fail_at, ignored, _] = row;
-                      const Words argv = {program, "-c", script, nullptr};
-                      tav_util_ignore_signal(ignored);
-                      tavtest::HostInjection injected({.fork_errno = fork_errno});
-                      const auto untouched = reinterpret_cast<tav_proc_handle>(8);
-                      tav_proc_handle handle = untouched;
-                      int32_t code = 77;
-                      const std::string seen = observe(fail_at, [&] {
-                          const tav_status st = once ? tav_spawn_and_wait(v(argv), kNoEnv, &code)
-                                                     : tav_spawn(v(argv), kNoEnv, &handle);
-                          return st == TAV_OK && !once ? tav_wait(&handle, &code) : st;
-                      });
-                      const char kept = handle == untouched ? 'u' : handle ? 'h' : 'n';
-                      if (handle != untouched) {
-                          tav_free_proc_handle(&handle), tav_free_proc_handle(&handle);
-                          tav_free_proc_handle(nullptr);
-                      }
-                      return seen + " " + kept + " " + to_string(code);
-                  }),
-                  std::get<6>(row));
+        const std::string seen = tavtest::in_child([&row] {
+            const auto &[once, program, script, fork_errno, fail_at, ignored, _] = row;
+            const Words argv = {program, "-c", script, nullptr};
+            tav_util_ignore_signal(ignored);
+            tavtest::HostInjection injected({.fork_errno = fork_errno});
+            const auto untouched = reinterpret_cast<tav_proc_handle>(8);
+            tav_proc_handle handle = untouched;
+            int32_t code = 77;
+            const std::string seen = observe(fail_at, [&] {
+                const tav_status st = once ? tav_spawn_and_wait(v(argv), kNoEnv, &code)
+                                           : tav_spawn(v(argv), kNoEnv, &handle);
+                return st == TAV_OK && !once ? tav_wait(&handle, &code) : st;
+            });
+            const char kept = handle == untouched ? 'u' : handle ? 'h' : 'n';
+            if (handle != untouched) {
+                tav_free_proc_handle(&handle), tav_free_proc_handle(&handle);
+                tav_free_proc_handle(nullptr);
+            }
+            return seen + " " + kept + " " + to_string(code);
+        });
+        EXPECT_EQ(seen, std::get<6>(row));
     }
     tav_proc_handle none = nullptr;
     int32_t code = 77;
@@ -114,32 +113,32 @@ TEST(Spawn, ExitCodesAndFailures) {
 std::optional<tavtest::ClockInjection> stopped;
 void stop_clock() { stopped.emplace(tavtest::ClockPlan{.fail_with = EINVAL}); }
 
-// A child that runs, has ended (uncollected) or is none (this process), a kill
-// failing with an errno, the clock stopping at the first poll or not; then the
-// signal that ended the child: 9 the library's kill, 15 ours after the call, 0
-// when the call collected it.
+// A child of the test that waits for a signal, has ended (uncollected) or is
+// none (this process), a kill failing, the clock stopping at the first poll;
+// then the signal that ended the child: 9 the library's kill, 15 ours after.
 TEST(AwaitChild, PollsKillsAndReports) {
     enum Target { kRunning, kEnded, kSelf };
     const std::string at = "|trace tav_util_await_child_timeout@p ",
                       log = "|log tav_util_await_child_timeout@p: Failed to ";
     const std::tuple<Target, int32_t, int, bool, std::string> rows[] = {
-        {kRunning, 0, 0, false, "36" + at + "36 9"},
-        {kEnded, 0, 0, false, "0 0"},
+        {kRunning, 0, 0, false, "36 - 0" + at + "36 9"},
+        {kEnded, 0, 0, false, "0 - 0 0"},
         {kSelf, 0, 0, false,
-         "6" + log + "wait for child process PID to end  Reason: No child processes" + at + "6"},
+         "6 - 0" + log + "wait for child process PID to end  Reason: No child processes" + at +
+             "6 15"},
         {kRunning, 0, EPERM, false,
-         "36" + log + "kill process PID  Reason: Operation not permitted" + at + "36 15"},
+         "36 - 0" + log + "kill process PID  Reason: Operation not permitted" + at + "36 15"},
         {kRunning, -1, 0, false,
-         "7|log tav_util_abs_time_offset Bad value, val: -1 scale_to_sec: 1\n|trace "
+         "7 - 0|log tav_util_abs_time_offset Bad value, val: -1 scale_to_sec: 1\n|trace "
          "tav_util_abs_time_offset@t 7|trace tav_util_future_timeout@t 7|log "
          "tav_util_future_timeout Overflow detected when trying to set phase timeout tmp hack" +
              at + "7 15"},
-        {kRunning, 5, 0, true, "6|trace tav_util_query_timeout_expired@t 6" + at + "6 15"},
+        {kRunning, 5, 0, true, "6 - 0|trace tav_util_query_timeout_expired@t 6" + at + "6 15"},
     };
     for (const auto &[target, seconds, kill_errno, stops, expected] : rows) {
         const pid_t child = fork();
         if (child == 0) {
-            if (target != kEnded) {
+            while (target != kEnded) {
                 pause();
             }
             tavtest::child_exit(0);
@@ -148,26 +147,25 @@ TEST(AwaitChild, PollsKillsAndReports) {
         if (target == kEnded) {
             waitid(P_PID, id_t(child), &info, WEXITED | WNOWAIT);
         }
-        tavtest::clear_reports();
         std::optional<tavtest::HostInjection> injected(
             std::in_place, tavtest::HostFaults{.kill_errno = kill_errno,
                                                .before_waitpid = stops ? stop_clock : nullptr});
-        const tav_status st =
-            tav_util_await_child_timeout(target == kSelf ? getpid() : child, seconds);
-        const std::string seen = to_string(st) + reports();
+        const int32_t pid = target == kSelf ? getpid() : child;
+        const std::string seen =
+            observe(0, [&] { return long(tav_util_await_child_timeout(pid, seconds)); });
         injected.reset(), stopped.reset();
         int wstatus = 0;
         kill(child, SIGTERM);
         const int signum = waitpid(child, &wstatus, 0) == child ? WTERMSIG(wstatus) : 0;
-        EXPECT_EQ(seen + (target == kSelf ? "" : " " + to_string(signum)), expected);
+        EXPECT_EQ(seen + " " + to_string(signum), expected);
     }
 }
 
 // A stand-in for /proc: directories named after processes that stay (1, and C,
-// a child asleep under a first argument longer than the 299 bytes the search
-// reads, with an environment of its own), after no process, not numeric, and
-// a file named after a process. A search: "status count counted pids|reports",
-// counted without an array.
+// a child asleep under a first argument longer than the 299 bytes read, with an
+// environment of its own), after no process, not numeric, and a file named
+// after a process. "status count counted live pids|reports" (counted without
+// an array; pids u: untouched).
 TEST(ProcessSearch, FirstArgumentsInAStandIn) {
     const std::string dir = "/tmp/tavproc-" + to_string(getpid()) + std::string(200, 'd');
     const std::string path = dir + "/" + std::string(120, 's') + "-sleeper", arg = "7919.271828";
@@ -186,7 +184,6 @@ TEST(ProcessSearch, FirstArgumentsInAStandIn) {
         std::filesystem::create_directories(dir + "/" + name);
     }
     std::ofstream(dir + "/" + to_string(getppid()));
-    const std::string one = dir + "/one", none = dir + "/self";
     uint32_t *const untouched = reinterpret_cast<uint32_t *>(8);
     bool injected = false;
     auto search = [&](const std::string &in, const std::string &text, int32_t mode,
@@ -210,27 +207,26 @@ TEST(ProcessSearch, FirstArgumentsInAStandIn) {
         std::free(pids == untouched ? nullptr : pids);
         return seen + reports();
     };
-    const std::string p = path.substr(5, 16), p299 = path.substr(0, 299), p300 = p299 + 's';
-    const std::tuple<std::string, std::string, int32_t, std::string> rows[] = {
-        {dir, p299, 1, "0 1 1 1 C"},
-        {dir, p300, 1, "0 0 0 1"},
-        {dir, p, 1, "0 0 0 1"},
-        {dir, p, -7, "0 1 1 1 C"},
-        {dir, arg, 0, "0 0 0 1"},
-        {dir, "", 0, "0 2 2 1 1 C"},
-        {none, "", 0,
-         "0 0 0 0 null|log tav_util_pid_of Nothing suitable in /proc|log tav_util_pid_of Nothing "
-         "suitable in /proc"},
+    // The last rows: nothing suitable (logged at debug level 7), the entry
+    // vanishes before its open, its read fails.
+    using Row = std::tuple<std::string, std::string, int32_t, tavtest::SyscallPlan, std::string>;
+    const std::string p = path.substr(5, 16), p299 = path.substr(0, 299), one = dir + "/one";
+    const std::string nothing = "|log tav_util_pid_of Nothing suitable in /proc";
+    const Row rows[] = {
+        {dir, p299, 1, {}, "0 1 1 1 C"},
+        {dir, p299 + 's', 1, {}, "0 0 0 1"},
+        {dir, p, 1, {}, "0 0 0 1"},
+        {dir, p, -7, {}, "0 1 1 1 C"},
+        {dir, arg, 0, {}, "0 0 0 1"},
+        {dir, "", 0, {}, "0 2 2 1 1 C"},
+        {dir + "/self", "", 0, {}, "0 0 0 0 null" + nothing + nothing},
+        {one, "", 0, {.fail = "open", .fail_nth = 2}, "0 0 1 1"},
+        {one, "", 0, {.reads = {-1}}, "0 0 1 1"},
     };
-    for (const auto &[in, text, mode, expected] : rows) {
-        EXPECT_EQ(search(in, text, mode), expected);
-    }
-    EXPECT_EQ(tavtest::reports().at(0).severity, 7);
-    // Whose entry vanishes, or whose read fails: dropped in the first search.
-    for (const tavtest::SyscallPlan &plan : {tavtest::SyscallPlan{.fail = "open", .fail_nth = 2},
-                                             tavtest::SyscallPlan{.reads = {-1}}}) {
+    for (const auto &[in, text, mode, plan, expected] : rows) {
         tavtest::SyscallInjection failing(plan);
-        EXPECT_EQ(search(one, "", 0), "0 0 1 1");
+        EXPECT_EQ(search(in, text, mode), expected);
+        EXPECT_EQ(tavtest::reports().empty() ? 7 : tavtest::reports()[0].severity, 7);
     }
     // The first search's allocations failing in turn (the last run fails none).
     const std::string path_failed = "|trace tav_util_vasprintf@v 2|trace vet_possible_directory@p "
