@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <grp.h>
+#include <numeric>
 #include <optional>
 #include <regex>
 #include <sched.h>
