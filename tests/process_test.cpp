@@ -340,12 +340,15 @@ std::string parsed(int32_t pid) {
 }
 
 std::string numbers(int from, int to = 42) {
-    return from > to ? "" : " " + std::to_string(from) + numbers(from + 1, to);
+    return from > to ? "" : " " + to_string(from) + numbers(from + 1, to);
 }
 
-// A stopped child, whose line holds still, in all 42 tokens: its name has
-// blanks and parentheses, its nice value is negative. Then the id of a thread.
-TEST(ProcStat, MatchesTheKernel) {
+// A stopped child's own line, which holds still: its name has blanks and
+// parentheses, its nice value is negative. Then lines read in place of
+// /proc/self/stat, tokens 4 to 42 holding their own numbers (an empty text:
+// the directory /, whose read fails), and none; a failure leaves a zeroed
+// record. Allocations failing in turn fail the open, then the read.
+TEST(ProcStat, LinesOfTheKernelAndCrafted) {
     const pid_t child = fork();
     if (child == 0) {
         prctl(PR_SET_NAME, "a) b (c");
@@ -355,28 +358,14 @@ TEST(ProcStat, MatchesTheKernel) {
     }
     waitpid(child, nullptr, WUNTRACED);
     std::string kernel;
-    std::getline(std::ifstream("/proc/" + std::to_string(child) + "/stat"), kernel);
+    std::getline(std::ifstream("/proc/" + to_string(child) + "/stat"), kernel);
     const std::string mine = parsed(child);
     kill(child, SIGKILL), waitpid(child, nullptr, 0);
     EXPECT_EQ("0 " + kernel.substr(0, mine.size() - 1), mine + " ");
-    int64_t other = 0;
-    char target[64] = {};
-    std::thread([&] {
-        other = tav_util_tid(), readlink("/proc/thread-self", target, sizeof target - 1);
-    }).join();
-    EXPECT_EQ(std::to_string(tav_util_tid()) + " " + std::to_string(other),
-              std::to_string(getpid()) + " " + (std::strrchr(target, '/') + 1));
-}
-
-// Lines read in place of /proc/self/stat, tokens 4 to 42 holding their own
-// numbers (an empty text: the directory /, whose read fails), and none; a
-// failure leaves a zeroed record. Then allocations failing in turn fail the
-// open (the stream's), then the read (getline's), leaving nothing.
-TEST(ProcStat, CraftedLinesAndFailures) {
     char file[] = "/tmp/tavstat.XXXXXX";
     close(mkstemp(file));
     const std::string all = numbers(4), c63 = "(a) b) c" + std::string(55, 'n');
-    const std::string n = std::to_string(("7 (name) S" + numbers(4, 41)).size() + 2);
+    const std::string n = to_string(("7 (name) S" + numbers(4, 41)).size() + 2);
     const std::string zeros = std::regex_replace(all, std::regex("[0-9]+"), "0");
     const std::tuple<int, std::string, std::string> rows[] = {
         {0, "7 (name) S" + numbers(4, 41) + "\n",
@@ -403,20 +392,25 @@ TEST(ProcStat, CraftedLinesAndFailures) {
     }
     unlink(file);
     target = "/proc/self/stat"; // no longer redirected
-    tavtest::clear_reports();
-    const tav_status null_record = tav_util_proc_stat(nullptr, 0);
-    EXPECT_EQ(std::to_string(null_record) + reports(),
-              "3|log tav_util_proc_stat ret_proc_stat is NULL|trace tav_util_proc_stat@y 3");
+    EXPECT_EQ(observe(0, [] { return long(tav_util_proc_stat(nullptr, 0)); }),
+              "3 - 0|log tav_util_proc_stat ret_proc_stat is NULL|trace tav_util_proc_stat@y 3");
     std::string seen;
     tav_proc_stat r;
     auto call = [&] { tavtest::clear_reports(), tav_util_proc_stat(&r, 0); };
     call(); // libc's one-time set-up allocates outside the counted runs
     tavtest::for_each_allocation_failure(call, [&](long, const tavtest::AllocRun &run) {
-        seen += (seen.empty() ? "" : "\n") + std::to_string(run.live_blocks) + reports();
+        seen += (seen.empty() ? "" : "\n") + to_string(run.live_blocks) + reports();
     });
     EXPECT_EQ(seen.substr(0, seen.find('\n')) + seen.substr(seen.rfind('\n')),
               "0|trace tav_util_proc_stat@y 32\n0|log tav_util_proc_stat@y: getline() failed  "
               "Reason: Cannot allocate memory|trace tav_util_proc_stat@y 9");
+    int64_t other = 0;
+    char self[64] = {};
+    std::thread([&] {
+        other = tav_util_tid(), readlink("/proc/thread-self", self, sizeof self - 1);
+    }).join();
+    EXPECT_EQ(to_string(tav_util_tid()) + " " + to_string(other),
+              to_string(getpid()) + " " + (std::strrchr(self, '/') + 1));
 }
 
 // In a child: getenv of null, unset, empty, 299 and 300 characters, an
