@@ -62,9 +62,8 @@ template <typename Call> std::string observe(long fail_at, Call call) {
            to_string(run.live_blocks) + reports();
 }
 
-// In a child, SIGCHLD ignored or not (0), by tav_spawn then tav_wait or by
-// tav_spawn_and_wait; then the handle (n: null, h: held and freed twice, u:
-// untouched) and the exit code.
+// In a child, SIGCHLD ignored or not (0); then the handle (n: null, h: held,
+// freed twice, u: untouched) and the exit code.
 TEST(Spawn, ExitCodesAndFailures) {
     using Row = std::tuple<bool, const char *, const char *, int, long, int, std::string>;
     const std::string unwaited = "|log tav_wait@s: Failed to wait on process PID  Reason: No child "
@@ -114,9 +113,8 @@ TEST(Spawn, ExitCodesAndFailures) {
 std::optional<tavtest::ClockInjection> stopped;
 void stop_clock() { stopped.emplace(tavtest::ClockPlan{.fail_with = EINVAL}); }
 
-// A child of the test that waits for a signal, has ended (uncollected) or is
-// none (this process), a kill failing, the clock stopping at the first poll;
-// then the signal that ended the child: 9 the library's kill, 15 ours after.
+// A child that waits, has ended (uncollected) or is none (this process); then
+// the signal that ended it: 9 the library's kill, 15 ours after the call.
 TEST(AwaitChild, PollsKillsAndReports) {
     enum Target { kRunning, kEnded, kSelf };
     const std::string at = "|trace tav_util_await_child_timeout@p ",
@@ -162,11 +160,9 @@ TEST(AwaitChild, PollsKillsAndReports) {
     }
 }
 
-// A stand-in for /proc: directories named after processes that stay (1, and C,
-// a child asleep under a first argument longer than the 299 bytes read, with an
-// environment of its own), after no process, not numeric, and a file named
-// after a process. "status count counted live pids|reports" (counted without
-// an array; pids u: untouched).
+// A stand-in for /proc: entries for 1, C (a child whose first argument is
+// longer than the 299 bytes read), no process, not numeric, not a directory.
+// "status count counted live pids|reports", counted without an array.
 TEST(ProcessSearch, FirstArgumentsInAStandIn) {
     const std::string dir = "/tmp/tavproc-" + to_string(getpid()) + std::string(200, 'd');
     const std::string path = dir + "/" + std::string(120, 's') + "-sleeper", arg = "7919.271828";
@@ -208,8 +204,7 @@ TEST(ProcessSearch, FirstArgumentsInAStandIn) {
         std::free(pids == untouched ? nullptr : pids);
         return seen + reports();
     };
-    // The last rows: nothing suitable (logged at debug level 7), the entry
-    // vanishes before its open, its read fails.
+    // Last: nothing suitable (at level 7), an entry that vanishes, a failed read.
     using Row = std::tuple<std::string, std::string, int32_t, tavtest::SyscallPlan, std::string>;
     const std::string p = path.substr(5, 16), p299 = path.substr(0, 299), one = dir + "/one";
     const std::string nothing = "|log tav_util_pid_of Nothing suitable in /proc";
@@ -253,10 +248,9 @@ TEST(ProcessSearch, FirstArgumentsInAStandIn) {
     std::filesystem::remove_all(dir);
 }
 
-// Signals 1 to 31 get a handler of the test's (9 and 19 can't), then calls
-// such as "i2 c r15" (ignore 2, the common ones, reset 15) run, sigaction
-// failing for the signals `failing` holds: "first status not TAV_OK,
-// dispositions|reports", as letters: H the handler, I ignored, D default.
+// With a handler on signals 1 to 31, calls "i2 c r15" (ignore 2, the common
+// ones, reset 15), sigaction failing for the signals in `failing`: "first
+// status not TAV_OK, dispositions|reports" (H handler, I ignored, D default).
 std::string dispositions_after(const std::string &calls, uint64_t failing) {
     struct sigaction handler {};
     handler.sa_handler = [](int) {};
@@ -317,8 +311,8 @@ TEST(Signals, DispositionsAfterEachCall) {
     }
 }
 
-// "status record|reports", the record printed back as the kernel prints its
-// line (a zero state as '-'), over a record that was dirty before.
+// "status record|reports", the record written over a dirty one, printed as the
+// kernel prints its line (a zero state as '-').
 std::string parsed(int32_t pid) {
     tav_proc_stat r;
     std::memset(&r, 0xAB, sizeof r);
@@ -343,11 +337,8 @@ std::string numbers(int from, int to = 42) {
     return from > to ? "" : " " + to_string(from) + numbers(from + 1, to);
 }
 
-// A stopped child's own line, which holds still: its name has blanks and
-// parentheses, its nice value is negative. Then lines read in place of
-// /proc/self/stat, tokens 4 to 42 holding their own numbers (an empty text:
-// the directory /, whose read fails), and none; a failure leaves a zeroed
-// record. Allocations failing in turn fail the open, then the read.
+// A stopped child named with blanks and parentheses, nice -5; then lines read
+// in place of /proc/self/stat (an empty text: the directory /, unreadable).
 TEST(ProcStat, LinesOfTheKernelAndCrafted) {
     const pid_t child = fork();
     if (child == 0) {
@@ -413,11 +404,8 @@ TEST(ProcStat, LinesOfTheKernelAndCrafted) {
               to_string(getpid()) + " " + (std::strrchr(self, '/') + 1));
 }
 
-// In a child: getenv of null, unset, empty, 299 and 300 characters, an
-// allocation failing, a copy kept; setenv and unsetenv ("status|reports V",
-// what V then holds), setenv's allocations failing (some it does without);
-// ensure_egid (then the egid), the last call as nobody; the host name, this
-// host's, then 63 and 64 characters long, and sysconf failing.
+// In a child: setenv and unsetenv give "status|reports V" (what V then holds),
+// ensure_egid adds the egid, the last call as nobody.
 TEST(Identity, EnvironmentGroupAndHostName) {
     const std::string v299(299, 'v'), g32(32, 'g'), h63(63, 'h');
     const std::string size = to_string(sysconf(_SC_GETGR_R_SIZE_MAX));
