@@ -428,16 +428,14 @@ TEST(Identity, EnvironmentGroupAndHostName) {
             [&](long, const tavtest::AllocRun &) { failed.insert(reports()); });
         seen = std::accumulate(failed.begin(), failed.end(), seen + "\n");
         getgrnam("root"), getgrnam(g32.c_str()); // the lookups' one-time set-up
-        auto egid = [&](long fail_at, const char *name) {
+        auto egid = [&](long fail_at, const char *name, long size = 0) {
+            tavtest::HostInjection sized(
+                {.sysconf_name = size ? _SC_GETGR_R_SIZE_MAX : -1, .sysconf_result = size});
             seen += "\n" + observe(fail_at, [&] { return ensure_egid(name); });
             seen += " " + shown(getegid());
         };
         egid(0, nullptr), egid(0, (g32 + "g").c_str()), egid(0, g32.c_str());
-        for (long result : {-1, 8}) {
-            tavtest::HostInjection sized(
-                {.sysconf_name = _SC_GETGR_R_SIZE_MAX, .sysconf_result = result});
-            egid(0, "root");
-        }
+        egid(0, "root", -1), egid(0, "root", 8);
         egid(1, "root"), egid(0, "nogroup");
         auto host = [&](long fail_at) {
             seen += "\n" + observe(fail_at, [] { return tav_util_get_hostname(); });
