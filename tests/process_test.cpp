@@ -89,7 +89,7 @@ TEST(Spawn, ExitCodesAndFailures) {
             const auto untouched = reinterpret_cast<tav_proc_handle>(8);
             tav_proc_handle handle = untouched;
             int32_t code = 77;
-            const std::string seen = observe(fail_at, [&] {
+            const std::string seen = observe(fail_at, [&, once = once] {
                 const tav_status st = once ? tav_spawn_and_wait(v(argv), kNoEnv, &code)
                                            : tav_spawn(v(argv), kNoEnv, &handle);
                 return st == TAV_OK && !once ? tav_wait(&handle, &code) : st;
@@ -146,10 +146,12 @@ TEST(AwaitChild, PollsKillsAndReports) {
         if (target == kEnded) {
             waitid(P_PID, id_t(child), &info, WEXITED | WNOWAIT);
         }
-        const std::string seen = observe(0, [&] {
-            tavtest::HostInjection injected(
-                {.kill_errno = kill_errno, .before_waitpid = stops ? stop_clock : nullptr});
-            return long(tav_util_await_child_timeout(target == kSelf ? getpid() : child, seconds));
+        const tavtest::HostFaults faults{.kill_errno = kill_errno,
+                                         .before_waitpid = stops ? stop_clock : nullptr};
+        const int32_t pid = target == kSelf ? getpid() : child;
+        const std::string seen = observe(0, [&, seconds = seconds] {
+            tavtest::HostInjection injected(faults);
+            return long(tav_util_await_child_timeout(pid, seconds));
         });
         stopped.reset();
         int wstatus = 0;
