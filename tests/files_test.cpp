@@ -262,8 +262,12 @@ TEST_F(Files, NamedFilesAndSync) {
     char memory[8];
     const std::string f = put("pid", "4242"), w = dir + "/w", big(1 << 20, 'b'), g = put("f", "x");
     const std::string pad(998 - dir.size(), '/'), p999 = dir + pad + "f", fx = f + "x";
-    const std::string sized = "open @/pid 0; fstat; close @/pid; fopen @/pid rb";
-    const std::string durable = "fflush; fsync @/w; open @ 0; fsync @; close @; fclose";
+    const auto sized = [](const std::string &name) {
+        return "open @/" + name + " 0; fstat; close @/" + name + "; fopen @/" + name + " rb";
+    };
+    const auto durable = [](const std::string &name) {
+        return "fflush; fsync @/" + name + "; open @ 0; fsync @; close @; fclose";
+    };
     const char *F = f.c_str(), *W = w.c_str(), *d = dir.c_str(), *G = g.c_str();
     struct stat st = {};
     FILE *appended = fopen(G, "a"), *null = fopen("/dev/null", "w"),
@@ -276,6 +280,7 @@ TEST_F(Files, NamedFilesAndSync) {
         const bool open = stream && !fclose(stream);
         return stream = nullptr, status + open;
     };
+    const std::string failed_sync = " T sync_file S 6;", not_synced = " L sync_file S: Failed to ";
     check({
         {OP(opened_stream("%s/%s")), "1 slot=0 [fopen @/pid r; fclose]"},
         {OP(opened_stream("%s/none")), "60 slot=2 [fopen @/none r] T fopen C 6;"},
@@ -283,18 +288,17 @@ TEST_F(Files, NamedFilesAndSync) {
          "20 [] T vasprintf V 2; T fopen C 2;\n60 slot=12 [fopen / r] T fopen C 6;\n", Plan(),
          kEach},
         {OP(tav_util_read_named_file(F, &data, &size, nullptr)),
-         "0 size=4 data=4242\\0 [" + sized + "; fclose]"},
+         "0 size=4 data=4242\\0 [" + sized("pid") + "; fclose]"},
         {OP(tav_util_read_named_file(d, &data, &size, nullptr)),
          "6 size=" + std::to_string(st.st_size) +
              " data=null [open @ 0; fstat; close @; fopen @ rb; fclose] T read_named_file C 6;"},
         {OP(tav_util_read_named_file(F, &data, &size, nullptr)),
-         "6 size=4 data=null [" + sized + "; fclose] T read_named_file C 6;", shrinking},
+         "6 size=4 data=null [" + sized("pid") + "; fclose] T read_named_file C 6;", shrinking},
         {OP(tav_util_write_named_file(W, 1, "data", 4, nullptr) +
             tav_util_write_named_file(W, 0, "+", 1, nullptr)),
-         "0 [fopen @/w wb; " + durable + "; fopen @/w ab; " + durable + "]"},
-        {OP(tav_util_copy_file(W, F)), "0 [open @/w 0; fstat; close @/w; fopen @/w rb; fclose; "
-                                       "fopen @/pid wb; fflush; fsync @/pid; open @ 0; fsync @; "
-                                       "close @; fclose]"},
+         "0 [fopen @/w wb; " + durable("w") + "; fopen @/w ab; " + durable("w") + "]"},
+        {OP(tav_util_copy_file(W, F)),
+         "0 [" + sized("w") + "; fclose; fopen @/pid wb; " + durable("pid") + "]"},
         {OP(tav_util_write_named_file(d, 1, "", 0, nullptr)),
          "6 [fopen @ wb] T write_named_file C 6;"},
         {OP(tav_util_write_named_file("/dev/full", 1, "z", 1, nullptr)),
@@ -305,12 +309,11 @@ TEST_F(Files, NamedFilesAndSync) {
          "6 [open @/pidx 0] T get_file_size P 6; T read_named_file C 6;"},
         // The read's stream and block, the write's directory text and stream.
         {OP(tav_util_copy_file(F, W)),
-         "6 [" + sized + "] T read_named_file C 6;\n2 [" + sized +
-             "; fclose] T read_named_file C 2;\n2 [" + sized +
-             "; fclose] L get_directory_component D: Memory allocation error ~ Cannot allocate "
-             "memory; T get_directory_component D 2; T write_named_file C 2;\n6 [" +
-             sized + "; fclose; fopen @/w wb] T write_named_file C 6;\n0 [" + sized +
-             "; fclose; fopen @/w wb; " + durable + "]\n",
+         "6 [" + sized("pid") + "] T read_named_file C 6;\n2 [" + sized("pid") +
+             "; fclose] T read_named_file C 2;\n2 [" + sized("pid") + "; fclose]" + kNoComponent +
+             " T write_named_file C 2;\n6 [" + sized("pid") +
+             "; fclose; fopen @/w wb] T write_named_file C 6;\n0 [" + sized("pid") +
+             "; fclose; fopen @/w wb; " + durable("w") + "]\n",
          Plan(), kEach},
         {OP(tav_util_sync(appended, d) + tav_util_sync(appended, nullptr)),
          "0 [fflush; fsync @/f; open @ 0; fsync @; close @; fflush; fsync @/f]"},
@@ -324,22 +327,22 @@ TEST_F(Files, NamedFilesAndSync) {
         {OP(tav_util_sync_file(p999.c_str())), "0 [open @" + pad + "f 2; open @" + pad.substr(1) +
                                                    " 0; fsync @/f; fsync @; close @; close @/f]"},
         {OP(tav_util_sync_file(d)),
-         "6 [open @ 2] L sync_file S: Failed to open file @ ~ Is a directory; T sync_file S 6;"},
+         "6 [open @ 2]" + not_synced + "open file @ ~ Is a directory;" + failed_sync},
         {OP(tav_util_sync_file(G)),
-         "6 [open @/f 2; open @ 0; close @/f ^1] L sync_file S: Failed to open directory @ ~ "
-         "Input/output error; T sync_file S 6;",
+         "6 [open @/f 2; open @ 0; close @/f ^1]" + not_synced +
+             "open directory @ ~ Input/output error;" + failed_sync,
          fails("open", 2)},
-        {OP(tav_util_sync_file("/dev/null")),
-         "6 [open /dev/null 2; open /dev 0; fsync /dev/null; close /dev ^1; close /dev/null ^1] L "
-         "sync_file S: Failed to sync file /dev/null ~ Invalid argument; T sync_file S 6;"},
         {OP(tav_util_sync_file(G)),
-         "6 [open @/f 2; open @ 0; fsync @/f; fsync @; close @ ^1; close @/f ^1] L sync_file S: "
-         "Failed to sync directory file @ ~ Input/output error; T sync_file S 6;",
+         "6 [open @/f 2; open @ 0; fsync @/f; close @ ^1; close @/f ^1]" + not_synced +
+             "sync file @/f ~ Input/output error;" + failed_sync,
+         fails("fsync")},
+        {OP(tav_util_sync_file(G)),
+         "6 [open @/f 2; open @ 0; fsync @/f; fsync @; close @ ^1; close @/f ^1]" + not_synced +
+             "sync directory file @ ~ Input/output error;" + failed_sync,
          fails("fsync", 2)},
         {OP(tav_util_sync_file(F)),
-         "2 [] L get_directory_component D: Memory allocation error ~ Cannot allocate memory; T "
-         "get_directory_component D 2; T sync_file S 2; L sync_file Failed to get directory "
-         "component;\n",
+         "2 []" + kNoComponent +
+             " T sync_file S 2; L sync_file Failed to get directory component;\n",
          Plan(), kEach},
         {OP(tav_util_fopen(nullptr, &slot, "r", "x") +
             tav_util_fopen(&stream, &slot, nullptr, "x") +
@@ -353,10 +356,11 @@ TEST_F(Files, NamedFilesAndSync) {
             tav_util_fprintf_bytes(stdout, nullptr, 1) + tav_util_printf_bytes(nullptr, 1) +
             tav_util_sync(nullptr, d) + tav_util_sync_file(nullptr) +
             tav_util_sync_file((p999 + "f").c_str())),
-         "52 [] T fopen C 3; T fopen C 3; T fopen C 3; T read_named_file C 3; T read_named_file C "
-         "3; T read_named_file C 3; T write_named_file C 3; T write_named_file C 3; T copy_file C "
-         "3; T copy_file C 3; T fprintf_bytes C 3; T fprintf_bytes C 3; T printf_bytes C 3; T "
-         "sync S 3; T sync_file S 3; T sync_file S 7;"},
+         "52 []" +
+             nulls("C", "fopen fopen fopen read_named_file read_named_file read_named_file "
+                        "write_named_file write_named_file copy_file copy_file fprintf_bytes "
+                        "fprintf_bytes printf_bytes") +
+             nulls("S", "sync sync_file") + " T sync_file S 7;"},
     });
     for (FILE *still_open : {appended, null, full, no_descriptor}) {
         fclose(still_open);
