@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <optional>
 #include <sstream>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -477,71 +478,47 @@ TEST_F(Files, OutputCwdAndNobody) {
               "@/locked ~ Permission denied;");
 }
 
-// The claim, with this process as the live holder: "file=" shows the bytes,
-// the mode, and " locked" when a fresh descriptor can't lock it.
+// The claim, with this process as the live holder. Each row: the file
+// before (null: absent), the program, then the claim's status and reports
+// ([calls] with a plan) and "file=" the bytes, the mode, and " locked" when a
+// fresh descriptor can't lock it. A row wanting " locked" has another
+// descriptor take the lock just before the claim's own.
 TEST_F(Files, PidFileClaims) {
     const pid_t ended = fork();
     if (ended == 0) {
         tavtest::child_exit(0);
     }
     waitpid(ended, nullptr, 0);
-    std::string argv0, racer, at, m = std::to_string(getpid()), p101(101, 'm'),
-                                  gone = std::to_string(ended);
+    std::string argv0, racer, m = std::to_string(getpid()), p101(101, 'm'), app = dir + "/app.pid",
+                              gone = std::to_string(ended);
     std::getline(std::ifstream("/proc/self/cmdline"), argv0, '\0');
     const mode_t mask = umask(0);
     umask(mask);
-    // The file as asked (absent: null, or these bytes with mode 0600), a
-    // claim, then the file; another lock is taken just before the claim's
-    // where the row wants " locked".
-    auto claim = [&](const char *content, const std::string &program, const std::string &want = "",
-                     Plan plan = {}, const std::string &name = "app.pid") {
-        unlink((dir + "/app.pid").c_str()), at = dir + "/" + name;
-        (void)(content && !put("app.pid", content, 0600).empty());
+    struct Claim {
+        const char *content;
+        std::string program, want;
+        std::optional<Plan> plan = {};
+        std::string name = "app.pid";
+    };
+    const auto claim = [&](const Claim &row) {
+        const std::string at = dir + "/" + row.name;
+        unlink(app.c_str()), racer.clear(), show_calls = row.plan.has_value();
+        (void)(row.content && !put("app.pid", row.content, 0600).empty());
         int other = -1;
         tavtest::HostInjection faults({.before_flock = [&] {
-            (void)(want.ends_with("locked") && flock(other = open(at.c_str(), O_RDONLY), LOCK_EX));
+            (void)(row.want.ends_with("locked") &&
+                   flock(other = open(at.c_str(), O_RDONLY), LOCK_EX));
         }});
-        std::string seen =
-            run(OP(tav_util_claim_pid_file(at.c_str(), program.c_str(), &pid)), std::move(plan));
+        std::string seen = run(OP(tav_util_claim_pid_file(at.c_str(), row.program.c_str(), &pid)),
+                               row.plan.value_or(Plan()));
         struct stat st = {};
         const int lock = open(at.c_str(), O_RDONLY);
         if (stat(at.c_str(), &st) == 0) {
             seen += " file=" + slurp(at) + " " + octal(st.st_mode & 07777) +
                     (flock(lock, LOCK_EX | LOCK_NB) ? " locked" : "");
         }
-        return close(lock), close(other), shortened(seen, dir);
+        return close(lock), close(other), shortened(seen + racer, dir);
     };
-    const std::string mode = octal(0664 & ~mask), created = " file=" + m + " " + mode,
-                      fail = " T claim_pid_file F 6;", rewritten = " file=" + m + " 600",
-                      stale = "0" + rewritten,
-                      refused = " L claim_pid_file F: Failed to lock PID file @/app.pid ~ "
-                                "Resource temporarily unavailable;" +
-                                fail;
-    const std::tuple<const char *, std::string, std::string> rows[] = {
-        {nullptr, "p", "0" + created},
-        {"", p101, stale}, // an empty file is stale before the name is measured
-        {gone.c_str(), "p", stale},
-        {m.c_str(), argv0.substr(0, 4),
-         "52 pid=" + m + " T claim_pid_file F 52; file=" + m + " 600"},
-        {m.c_str(), argv0 + "x", stale},
-        {m.c_str(), std::string(100, 'm'), stale},
-        {m.c_str(), p101, "7 T claim_pid_file F 7; file=" + m + " 600"},
-        {"self", "", "6" + fail + " file=self 600"}, // a live entry, but no number
-        {"self/cmdline", "p", "6 trace map_pid_to_exe F 6;" + fail + " file=self/cmdline 600"},
-        {"1", "p", "6" + refused + " file=1 600 locked"},
-        {nullptr, "p", "6" + refused + " file= " + mode + " locked"},
-    };
-    show_calls = false;
-    for (const auto &[content, program, want] : rows) {
-        EXPECT_EQ(claim(content, program, want), want) << program;
-    }
-    EXPECT_EQ(claim(nullptr, "p", "", {}, "none/p"),
-              "6 L claim_pid_file F: Cannot access pid file @/none/p ~ No such file or directory;" +
-                  fail);
-    EXPECT_EQ(run(OP(tav_util_claim_pid_file(nullptr, "p", &pid) +
-                     tav_util_claim_pid_file("p", nullptr, &pid) +
-                     tav_util_claim_pid_file("p", "p", nullptr))),
-              "9 T claim_pid_file F 3; T claim_pid_file F 3; T claim_pid_file F 3;");
     // The creator holds the lock until its pid is written: a claim in that moment fails.
     const Plan race = {.on_fopen = [&](const char *p) {
         racer.replace(0, racer.size(), tavtest::in_child([&] {
@@ -552,42 +529,69 @@ TEST_F(Files, PidFileClaims) {
         return p;
     }};
     racer.reserve(1000); // assigned during a counted run
-    const std::string raced = claim(nullptr, "p", "", race);
-    EXPECT_EQ(raced + shortened(racer, dir),
-              "0" + created +
-                  "|L claim_pid_file F: Failed to lock PID file @/app.pid ~ Resource "
-                  "temporarily unavailable|T claim_pid_file F 6");
-    show_calls = true;
-    const std::string reread = "[open @/app.pid 302 664; open @/app.pid 2; open @/app.pid 0; "
-                               "fstat; close @/app.pid; fopen @/app.pid rb; fclose; open "
-                               "/proc/0/cmdline 0; fopen @/app.pid w; fflush; fclose";
-    const std::string failed = " written pid file @/app.pid ~ Input/output error;" + rewritten;
-    EXPECT_EQ(claim(nullptr, "p") + claim("0", "p"),
-              "0 [open @/app.pid 302 664; fopen @/app.pid w; fflush; fclose; close @/app.pid]" +
-                  created + "0 " + reread + "; close @/app.pid]" + rewritten);
-    EXPECT_EQ(claim("0", "p", "", fails("fflush")) + claim("0", "p", "", fails("fclose", 2)),
-              "6 " + reread + " ^1; close @/app.pid ^1] log write_pid_file F: Failed to flush" +
-                  failed + "6 " + reread +
-                  "; close @/app.pid ^1] log write_pid_file F: Failed to close" + failed);
+    const std::string mode = octal(0664 & ~mask), fail = " T claim_pid_file F 6;",
+                      rewritten = " file=" + m + " 600", stale = "0" + rewritten,
+                      lock_failed = " L claim_pid_file F: Failed to lock PID file @/app.pid ~ "
+                                    "Resource temporarily unavailable;",
+                      reread = "[open @/app.pid 302 664; open @/app.pid 2; open @/app.pid 0; "
+                               "fstat; close @/app.pid; fopen @/app.pid rb; fclose; open /proc/" +
+                               gone + "/cmdline 0; fopen @/app.pid w; fflush; fclose",
+                      failed = " written pid file @/app.pid ~ Input/output error;" + rewritten;
+    const Claim rows[] = {
+        {nullptr, "p",
+         "0 [open @/app.pid 302 664; fopen @/app.pid w; fflush x2; fclose; close @/app.pid] file=" +
+             m + " " + mode +
+             "|L claim_pid_file F: Failed to lock PID file @/app.pid ~ Resource "
+             "temporarily unavailable|T claim_pid_file F 6",
+         race},            // the first flush is the racing child's fork
+        {"", p101, stale}, // an empty file is stale before the name is measured
+        {gone.c_str(), "p", "0 " + reread + "; close @/app.pid]" + rewritten, Plan()},
+        {gone.c_str(), "p",
+         "6 " + reread + " ^1; close @/app.pid ^1] log write_pid_file F: Failed to flush" + failed,
+         fails("fflush")},
+        {gone.c_str(), "p",
+         "6 " + reread + "; close @/app.pid ^1] log write_pid_file F: Failed to close" + failed,
+         fails("fclose", 2)},
+        {m.c_str(), argv0.substr(0, 4), "52 pid=" + m + " T claim_pid_file F 52;" + rewritten},
+        {m.c_str(), argv0 + "x", stale},
+        {m.c_str(), std::string(100, 'm'), stale},
+        {m.c_str(), p101, "7 T claim_pid_file F 7;" + rewritten},
+        {"self", "", "6" + fail + " file=self 600"}, // a live entry, but no number
+        {"self/cmdline", "p", "6 trace map_pid_to_exe F 6;" + fail + " file=self/cmdline 600"},
+        {"1", "p", "6" + lock_failed + fail + " file=1 600 locked"},
+        {nullptr, "p", "6" + lock_failed + fail + " file= " + mode + " locked"},
+        {nullptr,
+         "p",
+         "6 L claim_pid_file F: Cannot access pid file @/none/p ~ No such file or directory;" +
+             fail,
+         {},
+         "none/p"},
+    };
+    for (const Claim &row : rows) {
+        EXPECT_EQ(claim(row), row.want) << row.program;
+    }
+    EXPECT_EQ(run(OP(tav_util_claim_pid_file(nullptr, "p", &pid) +
+                     tav_util_claim_pid_file("p", nullptr, &pid) +
+                     tav_util_claim_pid_file("p", "p", nullptr))),
+              "9" + nulls("F", "claim_pid_file claim_pid_file claim_pid_file"));
     // As nobody: the existing file refused, creation refused, and a file
     // created read-only refusing the write's own open.
     chmod(dir.c_str(), 0777), mkdir((dir + "/closed").c_str(), 0755), put("root.pid", "1");
-    show_calls = false;
     EXPECT_EQ(
         tavtest::in_child([&] {
             umask(0222);
             return !tavtest::drop_to_nobody() ? ""
-                                              : claim(nullptr, "p", "", {}, "root.pid") + "\n" +
-                                                    claim(nullptr, "p", "", {}, "closed/p") + "\n" +
-                                                    claim(nullptr, "p", "", {}, "new");
+                                              : claim({nullptr, "p", "", {}, "root.pid"}) + "\n" +
+                                                    claim({nullptr, "p", "", {}, "closed/p"}) +
+                                                    "\n" + claim({nullptr, "p", "", {}, "new"});
         }),
         "6 L claim_pid_file F: Failed to open pid file @/root.pid ~ Permission denied;" + fail +
             " file=1 644\n39 T claim_pid_file F 39;\n6 log write_pid_file F: Failed "
             "to open pid file @/new ~ Permission denied; trace write_pid_file F 6; file= 444");
     // Each allocation failing in turn: the reader's stream and block, the
     // path, the command line's block.
-    claim(m.c_str(), argv0); // libc's one-time set-up allocates outside the counted runs
-    check({{OP(tav_util_claim_pid_file(at.c_str(), argv0.c_str(), &pid)),
+    claim({m.c_str(), argv0, ""}); // libc's one-time set-up allocates outside the counted runs
+    check({{OP(tav_util_claim_pid_file(app.c_str(), argv0.c_str(), &pid)),
             "6 T read_named_file C 6; T claim_pid_file F 6;\n2 T read_named_file C 2; T "
             "claim_pid_file F 2;\n2 T vasprintf V 2; trace map_pid_to_exe F 2; trace "
             "map_pid_to_exe F 2; T claim_pid_file F 2;\n2 trace map_pid_to_exe F 2; T "
