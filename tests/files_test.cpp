@@ -64,7 +64,6 @@ std::string slurp(const std::string &path) {
 }
 std::string octal(unsigned mode) { return (std::ostringstream() << std::oct << mode).str(); }
 Plan fails(const char *call, int nth = 1) { return {.fail = call, .fail_nth = nth}; }
-Plan reads(std::vector<long> steps) { return {.reads = std::move(steps)}; }
 
 struct Row {
     std::function<long()> op;
@@ -195,20 +194,18 @@ TEST_F(Files, Descriptors) {
     const int c = opened(big, 7), c2 = opened(big, 7), in = opened(big.substr(0, 70)),
               out = opened("", 0, O_WRONLY), nul = opened(std::string("a\0b\n", 4)),
               moved = opened("abcd", 1), full = fds[0];
-    const std::string f = put("f", "abcd"), sub = dir + "/d", through = f + "/x";
-    const char *F = f.c_str(), *D = sub.c_str(), *d = dir.c_str(), *X = through.c_str();
+    const std::string f = put("f", "abcd"), sub = dir + "/d";
+    const char *F = f.c_str(), *D = sub.c_str(), *d = dir.c_str();
     struct stat st = {};
     mkdir(D, 0700), stat(D, &st);
     check({
         {OP(tav_util_open(&fd, &slot, O_WRONLY | O_CREAT | O_EXCL, 0640, "%s/%c", d, 'n')),
          "0 slot=0 fd=open [open @/n 301 640]"},
-        {OP(tav_util_open(&fd, &slot, O_RDONLY, 0, "%s/none", d)),
-         "6 slot=2 fd=-1 [open @/none 0] T open P 6;"},
         {OP(tav_util_open(&fd, &slot, 0, 0, "/")), "2 [] T vasprintf V 2;\n", Plan(), kEach},
         // A byte moved starts the count of empty reads over.
         {OP(tav_util_whole_read(in, buf, 100)), "-11 [read 100 x5; read 99 x5; read 30 x5]",
-         reads({0, 0, 0, 0, 1, 0, 0, 0, 0})},
-        {OP(tav_util_whole_read(in, buf, 10)), "-1 errno=5 [read 10]", reads({-1})},
+         Plan{.reads = {0, 0, 0, 0, 1, 0, 0, 0, 0}}},
+        {OP(tav_util_whole_read(in, buf, 10)), "-1 errno=5 [read 10]", Plan{.reads = {-1}}},
         {OP(tav_util_whole_write(out, buf, 10, &slot)), "-11 [write 10; write 7 x5]",
          Plan{.writes = {3, 0, 0, 0, 0, 0}}},
         {OP(tav_util_whole_write(full, buf, 1, &slot)), "6 slot=28 [write 1] T whole_write P 6;"},
@@ -220,8 +217,8 @@ TEST_F(Files, Descriptors) {
          "2 slot=12 size=4 data=null [fstat] T read_file P 2;\n", Plan(), kEach},
         {OP(tav_util_read_file(-1, &data, &size, &slot)), "6 slot=9 [fstat] T read_file P 6;"},
         {OP(lines(c)), "0" + counted(2500, tail)},
-        {OP(lines(c)), "6 slot=5" + counted(2048, tail) + failed, reads({-2, -2, -1})},
-        {OP(lines(c)), "0" + counted(2048, tail), reads({-2, -2, 0})},
+        {OP(lines(c)), "6 slot=5" + counted(2048, tail) + failed, Plan{.reads = {-2, -2, -1}}},
+        {OP(lines(c)), "0" + counted(2048, tail), Plan{.reads = {-2, -2, 0}}},
         {OP(lines(c)), "6 slot=29 [lseek 0 1]" + failed, Plan{.fail = "lseek", .error = 29}},
         {OP(lines(c)), "6 slot=5 [lseek 0 1; fstat]" + failed, fails("fstat")},
         {OP(lines(c)), "6 slot=5 [lseek 0 1; fstat; lseek 0 0]" + failed, fails("lseek", 2)},
@@ -230,10 +227,7 @@ TEST_F(Files, Descriptors) {
          "0 size=" + std::to_string(st.st_size) + " [open @/d 0; fstat; close @/d]"},
         {OP(tav_util_get_file_size(F, &size)),
          "6 [open @/f 0; fstat; close @/f] T get_file_size P 6;", fails("fstat")},
-        {OP(tav_util_get_file_size(X, &size) + tav_util_query_file_exists(X, &exists) +
-            tav_util_delete_file(D, &slot)),
-         "18 slot=21 [open @/f/x 0] T get_file_size P 6; T query_file_exists P 6; T delete_file "
-         "P 6;"},
+        {OP(tav_util_delete_file(D, &slot)), "6 slot=21 [] T delete_file P 6;"},
         {OP(tav_util_truncate_file(F, 2, &slot) + tav_util_truncate_file(F, -1, &slot) +
             tav_util_query_file_exists(F, &exists)),
          "6 slot=22 exists=1 [] T truncate_file P 6;"},
@@ -330,8 +324,6 @@ TEST_F(Files, NamedFilesAndSync) {
          "6;"},
         {OP(tav_util_sync_file(p999.c_str())), "0 [open @" + pad + "f 2; open @" + pad.substr(1) +
                                                    " 0; fsync @/f; fsync @; close @; close @/f]"},
-        {OP(tav_util_sync_file(d)),
-         "6 [open @ 2]" + not_synced + "open file @ ~ Is a directory;" + failed_sync},
         {OP(tav_util_sync_file(G)),
          "6 [open @/f 2; open @ 0; close @/f ^1]" + not_synced +
              "open directory @ ~ Input/output error;" + failed_sync,
@@ -405,14 +397,10 @@ TEST_F(Files, PathsAndDirectories) {
          "6 [] L mkdir_read_only X: Failed to create directory @/d ~ File exists; T "
          "mkdir_read_only X 6;"},
         {OP(tav_util_query_dir_exists(missing.c_str(), &exists)), "0 exists=0 []"},
-        {OP(tav_util_query_dir_exists(f.c_str(), &exists)),
-         "0 exists=0 [] L query_dir_exists X: Error checking directory @/f existence ~ Not a "
-         "directory;"},
         {OP(tav_util_query_dir_exists(d.c_str(), &exists)),
          "0 exists=0 [] L query_dir_exists X: Error checking directory @/d existence ~ Cannot "
          "allocate memory;",
          Plan(), 1},
-        {OP(scan(f)), "-9 [] L dirscan_begin X: Failed to scan directory @/f ~ Not a directory;"},
         {OP(scan(d)),
          "-9 [] L dirscan_begin Failed to allocate memory;\n-9 [] L dirscan_begin X: Failed to "
          "scan directory @/d ~ Cannot allocate memory;\n0 names=? [] log tav_dirscan_file_name "
@@ -554,7 +542,6 @@ TEST_F(Files, PidFileClaims) {
         {m.c_str(), p101, "7 T claim_pid_file F 7;" + rewritten},
         {"self", "", "6" + fail + " file=self 600"}, // a live entry, but no number
         {"self/cmdline", "p", "6 trace map_pid_to_exe F 6;" + fail + " file=self/cmdline 600"},
-        {"1", "p", "6" + lock_failed + fail + " file=1 600 locked"},
         {nullptr, "p", "6" + lock_failed + fail + " file= " + mode + " locked"},
         {nullptr,
          "p",
