@@ -102,7 +102,7 @@ class Files : public ::testing::Test {
         long n = !handle ? -9 : tav_dirscan_file_name(handle) ? 100 : 0;
         for (between(); handle && !tav_util_dirscan(handle);) {
             char *name = tav_dirscan_file_name(handle);
-            names += (name ? name : "?") + std::string(" ");
+            names += " " + std::string(name ? name : "?");
             n += name != nullptr;
             std::free(name);
         }
@@ -113,9 +113,10 @@ class Files : public ::testing::Test {
     // "xN"; no block is left but the results.
     std::string run(const std::function<long()> &op, Plan plan = {}, long fail_at = 0) {
         fd = slot = exists = kUnset, pid = kUnset, size = count = kUnset, names.clear();
-        data = &mark, text = reinterpret_cast<char *>(&mark), tavtest::clear_reports();
+        data = &mark, text = reinterpret_cast<char *>(&mark), stream = nullptr;
+        tavtest::clear_reports();
         long status = 0;
-        std::string out, error, calls;
+        std::string error, calls;
         std::vector<std::string> made;
         {
             tavtest::SyscallInjection inject(std::move(plan));
@@ -123,36 +124,36 @@ class Files : public ::testing::Test {
                                             [&] { status = op(), error = std::to_string(errno); });
             made = inject.calls();
         }
-        for (size_t i = 0, n = 1; i < made.size(); i += n) {
-            for (n = 1; i + n < made.size() && made[i + n] == made[i];) {
-                ++n;
-            }
-            calls += (i ? "; " : "") + made[i] + (n > 1 ? " x" + std::to_string(n) : "");
+        for (auto at = made.begin(), next = at; at != made.end(); at = next) {
+            next = std::find_if(at, made.end(), [&](const std::string &c) { return c != *at; });
+            calls += (calls.empty() ? "" : "; ") + *at +
+                     (next - at > 1 ? " x" + std::to_string(next - at) : "");
         }
         const auto shown = [](const char *name, int64_t value) {
             return value == kUnset ? "" : name + std::to_string(value);
         };
-        out = shown(" slot=", slot) + shown(" size=", int64_t(size)) + shown(" count=", count) +
-              shown(" exists=", exists) + shown(" pid=", pid);
-        out += (fd == kUnset ? ""
-                : fd >= 0    ? " fd=open"
-                             : " fd=-1") +
-               (names.empty() ? "" : " names=" + names.substr(0, names.size() - 1));
-        const bool owned[] = {data != &mark && data,
-                              text != reinterpret_cast<char *>(&mark) && text};
-        if (data != &mark) {
+        std::string out = std::to_string(status) + (status == -1 ? " errno=" + error : "") +
+                          shown(" slot=", slot) + shown(" size=", int64_t(size)) +
+                          shown(" count=", count) + shown(" exists=", exists) + shown(" pid=", pid);
+        out += std::string(fd == kUnset ? ""
+                           : fd >= 0    ? " fd=open"
+                                        : " fd=-1") +
+               (stream ? " stream=open" : "") + (names.empty() ? "" : " names=" + names.substr(1));
+        const bool has_data = data != &mark, has_text = text != reinterpret_cast<char *>(&mark);
+        if (has_data) {
             out +=
                 " data=" + (data ? std::string(reinterpret_cast<char *>(data), size + 1) : "null");
         }
-        if (text != reinterpret_cast<char *>(&mark)) {
+        if (has_text) {
             out += " text=" + std::string(text ? text : "null");
         }
-        EXPECT_LE(last.live_blocks, owned[0] + owned[1]); // realpath may bypass malloc
-        EXPECT_EQ(owned[0] ? std::count(last.sizes.begin(), last.sizes.end(), size + 1) : 1, 1);
-        std::free(owned[0] ? static_cast<void *>(data) : owned[1] ? text : nullptr);
-        (void)(fd >= 0 && fd != kUnset && close(fd));
-        out = std::to_string(status) + (status == -1 ? " errno=" + error : "") + out +
-              (show_calls ? " [" + calls + "]" : "");
+        void *block = has_data ? static_cast<void *>(data) : has_text ? text : nullptr;
+        EXPECT_LE(last.live_blocks, block != nullptr); // realpath may bypass malloc
+        EXPECT_EQ(has_data && data ? std::count(last.sizes.begin(), last.sizes.end(), size + 1) : 1,
+                  1);
+        std::free(block);
+        (void)(fd >= 0 && fd != kUnset && close(fd)), (void)(stream && fclose(stream));
+        out += show_calls ? " [" + calls + "]" : "";
         for (const std::string &line : tavtest::report_summary()) {
             out += " " + line + ";";
         }
@@ -176,6 +177,7 @@ class Files : public ::testing::Test {
     uint64_t size, count;
     uint8_t *data;
     char *text;
+    FILE *stream;
     tavtest::AllocRun last;
 };
 
