@@ -148,7 +148,8 @@ class Files : public ::testing::Test {
             out += " text=" + std::string(text ? text : "null");
         }
         void *block = has_data ? static_cast<void *>(data) : has_text ? text : nullptr;
-        EXPECT_LE(last.live_blocks, block != nullptr); // realpath may bypass malloc
+        // At most the results are left; realpath's block may not come from our malloc.
+        EXPECT_LE(last.live_blocks, (block != nullptr) + (stream != nullptr));
         EXPECT_EQ(has_data && data ? std::count(last.sizes.begin(), last.sizes.end(), size + 1) : 1,
                   1);
         std::free(block);
@@ -260,7 +261,8 @@ TEST_F(Files, Descriptors) {
 
 TEST_F(Files, NamedFilesAndSync) {
     char memory[8];
-    const std::string f = put("pid", "4242"), w = dir + "/w", big(1 << 20, 'b'), g = put("f", "x");
+    const std::string f = put("pid", "4242"), w = dir + "/w", big(1 << 20, 'b'), g = put("f", "x"),
+                      c = dir + "/c";
     const std::string pad(998 - dir.size(), '/'), p999 = dir + pad + "f", fx = f + "x";
     const auto sized = [](const std::string &name) {
         return "open @/" + name + " 0; fstat; close @/" + name + "; fopen @/" + name + " rb";
@@ -268,25 +270,20 @@ TEST_F(Files, NamedFilesAndSync) {
     const auto durable = [](const std::string &name) {
         return "fflush; fsync @/" + name + "; open @ 0; fsync @; close @; fclose";
     };
-    const char *F = f.c_str(), *W = w.c_str(), *d = dir.c_str(), *G = g.c_str();
+    const char *F = f.c_str(), *W = w.c_str(), *d = dir.c_str(), *G = g.c_str(), *C = c.c_str();
     struct stat st = {};
     FILE *appended = fopen(G, "a"), *null = fopen("/dev/null", "w"),
-         *full = fopen("/dev/full", "w"), *no_descriptor = fmemopen(memory, 8, "w"),
-         *stream = nullptr;
+         *full = fopen("/dev/full", "w"), *no_descriptor = fmemopen(memory, 8, "w");
     stat(d, &st), fputs("y", appended), fputs("z", full);
     const Plan shrinking = {.on_fopen = [&](const char *p) { return truncate(F, 2), p; }};
-    const auto opened_stream = [&](const char *format) {
-        const long status = tav_util_fopen(&stream, &slot, "r", format, d, "pid") * 10;
-        const bool open = stream && !fclose(stream);
-        return stream = nullptr, status + open;
-    };
     const std::string failed_sync = " T sync_file S 6;", not_synced = " L sync_file S: Failed to ";
     check({
-        {OP(opened_stream("%s/%s")), "1 slot=0 [fopen @/pid r; fclose]"},
-        {OP(opened_stream("%s/none")), "60 slot=2 [fopen @/none r] T fopen C 6;"},
-        {OP(opened_stream("/")),
-         "20 [] T vasprintf V 2; T fopen C 2;\n60 slot=12 [fopen / r] T fopen C 6;\n", Plan(),
-         kEach},
+        {OP(tav_util_fopen(&stream, &slot, "r", "%s/%s", d, "pid")),
+         "0 slot=0 stream=open [fopen @/pid r]"},
+        {OP(tav_util_fopen(&stream, &slot, "r", "%s/none", d)),
+         "6 slot=2 [fopen @/none r] T fopen C 6;"},
+        {OP(tav_util_fopen(&stream, &slot, "r", "/")),
+         "2 [] T vasprintf V 2; T fopen C 2;\n6 slot=12 [fopen / r] T fopen C 6;\n", Plan(), kEach},
         {OP(tav_util_read_named_file(F, &data, &size, nullptr)),
          "0 size=4 data=4242\\0 [" + sized("pid") + "; fclose]"},
         {OP(tav_util_read_named_file(d, &data, &size, nullptr)),
@@ -297,8 +294,6 @@ TEST_F(Files, NamedFilesAndSync) {
         {OP(tav_util_write_named_file(W, 1, "data", 4, nullptr) +
             tav_util_write_named_file(W, 0, "+", 1, nullptr)),
          "0 [fopen @/w wb; " + durable("w") + "; fopen @/w ab; " + durable("w") + "]"},
-        {OP(tav_util_copy_file(W, F)),
-         "0 [" + sized("w") + "; fclose; fopen @/pid wb; " + durable("pid") + "]"},
         {OP(tav_util_write_named_file(d, 1, "", 0, nullptr)),
          "6 [fopen @ wb] T write_named_file C 6;"},
         {OP(tav_util_write_named_file("/dev/full", 1, "z", 1, nullptr)),
@@ -308,12 +303,12 @@ TEST_F(Files, NamedFilesAndSync) {
         {OP(tav_util_copy_file(fx.c_str(), W)),
          "6 [open @/pidx 0] T get_file_size P 6; T read_named_file C 6;"},
         // The read's stream and block, the write's directory text and stream.
-        {OP(tav_util_copy_file(F, W)),
+        {OP(tav_util_copy_file(F, C)),
          "6 [" + sized("pid") + "] T read_named_file C 6;\n2 [" + sized("pid") +
              "; fclose] T read_named_file C 2;\n2 [" + sized("pid") + "; fclose]" + kNoComponent +
              " T write_named_file C 2;\n6 [" + sized("pid") +
-             "; fclose; fopen @/w wb] T write_named_file C 6;\n0 [" + sized("pid") +
-             "; fclose; fopen @/w wb; " + durable("w") + "]\n",
+             "; fclose; fopen @/c wb] T write_named_file C 6;\n0 [" + sized("pid") +
+             "; fclose; fopen @/c wb; " + durable("c") + "]\n",
          Plan(), kEach},
         {OP(tav_util_sync(appended, d) + tav_util_sync(appended, nullptr)),
          "0 [fflush; fsync @/f; open @ 0; fsync @; close @; fflush; fsync @/f]"},
@@ -363,7 +358,7 @@ TEST_F(Files, NamedFilesAndSync) {
     for (FILE *still_open : {appended, null, full, no_descriptor}) {
         fclose(still_open);
     }
-    EXPECT_EQ(slurp(f) + "|" + slurp(w) + slurp(g), "data+|data+xy");
+    EXPECT_EQ(slurp(c) + "|" + slurp(w) + slurp(g), "42|data+xy");
 }
 
 TEST_F(Files, PathsAndDirectories) {
