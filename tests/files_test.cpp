@@ -94,7 +94,7 @@ class Files : public ::testing::Test {
         fds.push_back(open(put(std::to_string(fds.size()), content).c_str(), flags));
         return lseek(fds.back(), at, SEEK_SET) * 0 + fds.back();
     }
-    // Names delivered, into `names` (-9: no scan); a name before the first or
+    // 0 with the names in `names` (-9: no scan); a name before the first or
     // after the last entry, or a last advance that is not 37, adds 100.
     long scan(
         const std::string &path, const std::function<void()> &between = [] {}) {
