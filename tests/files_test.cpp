@@ -192,6 +192,7 @@ TEST_F(Files, Descriptors) {
                " [lseek 0 1; fstat; lseek 0 0" + rest;
     };
     const auto lines = [&](int at) { return tav_util_count_lines(at, &count, &slot); };
+    const auto read = [&](int at) { return tav_util_read_file(at, &data, &size, &slot); };
     fds.push_back(open("/dev/full", O_WRONLY));
     const int c = opened(big, 7), c2 = opened(big, 7), in = opened(big.substr(0, 70)),
               out = opened("", 0, O_WRONLY), nul = opened(std::string("a\0b\n", 4)),
@@ -211,13 +212,10 @@ TEST_F(Files, Descriptors) {
         {OP(tav_util_whole_write(out, buf, 10, &slot)), "-11 [write 10; write 7 x5]",
          Plan{.writes = {3, 0, 0, 0, 0, 0}}},
         {OP(tav_util_whole_write(full, buf, 1, &slot)), "6 slot=28 [write 1] T whole_write P 6;"},
-        {OP(tav_util_read_file(nul, &data, &size, &slot)),
-         "0 size=4 data=a\\0b\\n\\0 [fstat; read 4]"},
-        {OP(tav_util_read_file(moved, &data, &size, &slot)),
-         "6 size=4 data=null [fstat; read 4; read 1 x5] T read_file P 6;"},
-        {OP(tav_util_read_file(nul, &data, &size, &slot)),
-         "2 slot=12 size=4 data=null [fstat] T read_file P 2;\n", Plan(), kEach},
-        {OP(tav_util_read_file(-1, &data, &size, &slot)), "6 slot=9 [fstat] T read_file P 6;"},
+        {OP(read(nul)), "0 size=4 data=a\\0b\\n\\0 [fstat; read 4]"},
+        {OP(read(moved)), "6 size=4 data=null [fstat; read 4; read 1 x5] T read_file P 6;"},
+        {OP(read(nul)), "2 slot=12 size=4 data=null [fstat] T read_file P 2;\n", Plan(), kEach},
+        {OP(read(-1)), "6 slot=9 [fstat] T read_file P 6;"},
         {OP(lines(c)), "0" + counted(2500, tail)},
         {OP(lines(c)), "6 slot=5" + counted(2048, tail) + failed, Plan{.reads = {-2, -2, -1}}},
         {OP(lines(c)), "0" + counted(2048, tail), Plan{.reads = {-2, -2, 0}}},
@@ -276,20 +274,21 @@ TEST_F(Files, NamedFilesAndSync) {
     stat(d, &st), fputs("y", appended);
     const Plan shrinking = {.on_fopen = [&](const char *p) { return truncate(F, 2), p; }};
     const std::string failed_sync = " T sync_file S 6;", not_synced = " L sync_file S: Failed to ";
+    const auto read = [&](const char *path) {
+        return tav_util_read_named_file(path, &data, &size, nullptr);
+    };
+    const auto opened = [&](auto... path) { return tav_util_fopen(&stream, &slot, "r", path...); };
     check({
-        {OP(tav_util_fopen(&stream, &slot, "r", "%s/%s", d, "pid")),
-         "0 slot=0 stream=open [fopen @/pid r]"},
-        {OP(tav_util_fopen(&stream, &slot, "r", "%s/none", d)),
-         "6 slot=2 [fopen @/none r] T fopen C 6;"},
-        {OP(tav_util_fopen(&stream, &slot, "r", "/")),
+        {OP(opened("%s/%s", d, "pid")), "0 slot=0 stream=open [fopen @/pid r]"},
+        {OP(opened("%s/none", d)), "6 slot=2 [fopen @/none r] T fopen C 6;"},
+        {OP(opened("/")),
          "2 [] T vasprintf V 2; T fopen C 2;\n6 slot=12 [fopen / r] T fopen C 6;\n", Plan(), kEach},
-        {OP(tav_util_read_named_file(F, &data, &size, nullptr)),
-         "0 size=4 data=4242\\0 [" + sized("pid") + "; fclose]"},
-        {OP(tav_util_read_named_file(d, &data, &size, nullptr)),
+        {OP(read(F)), "0 size=4 data=4242\\0 [" + sized("pid") + "; fclose]"},
+        {OP(read(d)),
          "6 size=" + std::to_string(st.st_size) +
              " data=null [open @ 0; fstat; close @; fopen @ rb; fclose] T read_named_file C 6;"},
-        {OP(tav_util_read_named_file(F, &data, &size, nullptr)),
-         "6 size=4 data=null [" + sized("pid") + "; fclose] T read_named_file C 6;", shrinking},
+        {OP(read(F)), "6 size=4 data=null [" + sized("pid") + "; fclose] T read_named_file C 6;",
+         shrinking},
         {OP(tav_util_write_named_file(W, 1, "data", 4, nullptr) +
             tav_util_write_named_file(W, 0, "+", 1, nullptr)),
          "0 [fopen @/w wb; " + durable("w") + "; fopen @/w ab; " + durable("w") + "]"},
