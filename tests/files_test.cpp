@@ -515,7 +515,7 @@ TEST_F(Files, PidFileClaims) {
         {nullptr, "p",
          "0 [open @/app.pid 302 664; fopen @/app.pid w; fflush x2; fclose; close @/app.pid] file=" +
              m + " " + mode + "|" + busy + "|T claim_pid_file F 6",
-         race},            // the first flush is the racing child's fork
+         race},            // the first flush is the test's, before it forks the racer
         {"", p101, stale}, // an empty file is stale before the name is measured
         {gone.c_str(), "p", "0 " + reread + "; close @/app.pid]" + rewritten, Plan()},
         {gone.c_str(), "p",
