@@ -134,14 +134,13 @@ class Files : public ::testing::Test {
         std::string out = std::to_string(status) + (status == -1 ? " errno=" + error : "") +
                           shown(" slot=", slot) + shown(" size=", int64_t(size)) +
                           shown(" count=", count) + shown(" exists=", exists) + shown(" pid=", pid);
-        out += std::string(fd == kUnset ? ""
-                           : fd >= 0    ? " fd=open"
-                                        : " fd=-1") +
-               (stream ? " stream=open" : "") + (names.empty() ? "" : " names=" + names.substr(1));
+        const char *opened = fd == kUnset ? "" : fd < 0 ? " fd=-1" : " fd=open";
+        out += opened + std::string(stream ? " stream=open" : "") +
+               (names.empty() ? "" : " names=" + names.substr(1));
         const bool has_data = data != &mark, has_text = text != reinterpret_cast<char *>(&mark);
+        const auto *bytes = reinterpret_cast<char *>(data);
         if (has_data) {
-            out +=
-                " data=" + (data ? std::string(reinterpret_cast<char *>(data), size + 1) : "null");
+            out += " data=" + (bytes ? std::string(bytes, size + 1) : "null");
         }
         if (has_text) {
             out += " text=" + std::string(text ? text : "null");
@@ -149,8 +148,8 @@ class Files : public ::testing::Test {
         void *block = has_data ? static_cast<void *>(data) : has_text ? text : nullptr;
         // At most the results are left; realpath's block may not come from our malloc.
         EXPECT_LE(last.live_blocks, (block != nullptr) + (stream != nullptr));
-        EXPECT_EQ(has_data && data ? std::count(last.sizes.begin(), last.sizes.end(), size + 1) : 1,
-                  1);
+        EXPECT_EQ(
+            bytes && has_data ? std::count(last.sizes.begin(), last.sizes.end(), size + 1) : 1, 1);
         std::free(block);
         (void)(fd >= 0 && fd != kUnset && close(fd)), (void)(stream && fclose(stream));
         out += show_calls ? " [" + calls + "]" : "";
