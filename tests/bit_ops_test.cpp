@@ -1,7 +1,6 @@
-#include <algorithm>
 #include <random>
 
-#include "rows.hpp"
+#include "support.hpp"
 
 namespace {
 

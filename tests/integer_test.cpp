@@ -1,4 +1,4 @@
-#include "rows.hpp"
+#include "support.hpp"
 
 TEST(Integer, Rounding) {
     constexpr uint64_t kTop = uint64_t{1} << 63;

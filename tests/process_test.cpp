@@ -2,27 +2,17 @@
 // /proc, signal dispositions, the status record, environment, group and host
 // name. What changes what the process shares runs in a child process.
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <grp.h>
 #include <numeric>
 #include <optional>
-#include <regex>
 #include <sched.h>
-#include <set>
-#include <sstream>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/utsname.h>
-#include <sys/wait.h>
-#include <thread>
 
-#include "clock_inject.hpp"
-#include "host_inject.hpp"
 #include "internal/proc_stat.hpp"
 #include "internal/process_ops.hpp"
-#include "rows.hpp"
-#include "syscall_inject.hpp"
+#include "support.hpp"
 
 namespace {
 

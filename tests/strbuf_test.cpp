@@ -1,7 +1,4 @@
-#include <algorithm>
-
-#include "rows.hpp"
-#include "vsnprintf_inject.hpp"
+#include "support.hpp"
 
 using Substitute = int32_t (*)(tav_util_strbuf *, const char *, int32_t, const char *, ...);
 
