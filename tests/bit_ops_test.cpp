@@ -1,6 +1,4 @@
-#include <algorithm>
-
-#include "rows.hpp"
+#include "support.hpp"
 
 namespace {
 

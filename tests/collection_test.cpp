@@ -1,7 +1,7 @@
 // The collection: growth sequences, every allocation failure, refusals and
 // lookups. It never reports.
 #include "internal/collection.hpp"
-#include "rows.hpp"
+#include "support.hpp"
 
 namespace {
 

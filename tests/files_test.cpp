@@ -1,24 +1,9 @@
 // Files by descriptor and by name, durable sync, paths, directories and the
 // pid file claim, on real files in a fresh directory.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <fcntl.h>
-#include <filesystem>
-#include <fstream>
-#include <functional>
 #include <optional>
-#include <sstream>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include "alloc_inject.hpp"
-#include "host_inject.hpp"
-#include "recorder.hpp"
-#include "syscall_inject.hpp"
-#include "tavutil.h"
+#include "support.hpp"
 
 namespace {
 

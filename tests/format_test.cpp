@@ -1,5 +1,4 @@
-#include "rows.hpp"
-#include "vsnprintf_inject.hpp"
+#include "support.hpp"
 
 const std::string kVsize = "trace tav_util_printf_vsize src/string/vasprintf_posix.cpp ",
                   kVas = "trace tav_util_vasprintf src/string/vasprintf.cpp ";

@@ -1,10 +1,8 @@
 // What the family tests leave open in the reporting frame: the fields their
 // summaries do not show, the reason for an unknown number, a long message cut,
 // and the guards that release unless handed on.
-#include <fcntl.h>
-
 #include "internal/frame.hpp"
-#include "rows.hpp"
+#include "support.hpp"
 
 namespace {
 

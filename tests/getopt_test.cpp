@@ -1,10 +1,6 @@
 // The option walk as one table: a command line in; the handler calls (row and
 // argument), the stored values, the status and the reports out.
-#include <iterator>
-#include <regex>
-#include <sstream>
-
-#include "rows.hpp"
+#include "support.hpp"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "rows.hpp"
+#include "support.hpp"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "rows.hpp"
+#include "support.hpp"
 
 // Both orders of each multiplication row; the signed widths share one rule.
 TEST(Integer, RoundingAndMultiplyOverflow) {

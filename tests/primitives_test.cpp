@@ -1,4 +1,4 @@
-#include "rows.hpp"
+#include "support.hpp"
 
 TEST(Primitives, CopiesFormatsAndPassesThrough) {
     using Row = std::tuple<const char *, uint64_t, bool, long, std::string>;

@@ -1,25 +1,15 @@
 // Processes and the host. What changes what the process shares runs in a child.
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <grp.h>
 #include <numeric>
 #include <optional>
-#include <regex>
 #include <sched.h>
-#include <set>
-#include <sstream>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <thread>
 
-#include "clock_inject.hpp"
-#include "host_inject.hpp"
 #include "internal/proc_stat.hpp"
 #include "internal/process_ops.hpp"
-#include "rows.hpp"
-#include "syscall_inject.hpp"
+#include "support.hpp"
 
 namespace {
 

@@ -1,7 +1,4 @@
-#include <algorithm>
-
-#include "rows.hpp"
-#include "vsnprintf_inject.hpp"
+#include "support.hpp"
 
 static std::string failed(const std::string &first,
                           const char *function = "tav_util_strbuf_append_fv") {

@@ -2,7 +2,7 @@
 #include <cwchar>
 #include <dlfcn.h>
 
-#include "rows.hpp"
+#include "support.hpp"
 
 // What the filling pass of mbsrtowcs does, and whether the block can be had.
 static enum Plan { kAsIs, kFillFails, kStopsShort, kNoMemory } mbsrtowcs_plan = kAsIs;

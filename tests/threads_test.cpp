@@ -1,11 +1,7 @@
 // Independent records on several threads at once: each thread repeats a round
 // over every family with a record or a handle, and must end with the results
 // of one reference round.
-#include <fcntl.h>
-#include <filesystem>
-#include <thread>
-
-#include "rows.hpp"
+#include "support.hpp"
 
 namespace {
 

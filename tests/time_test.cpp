@@ -1,16 +1,10 @@
 // Time operations as scripted calls on a stopped or failing clock, and on the
 // real clocks bracketed between two readings.
 #include <charconv>
-#include <functional>
-#include <iterator>
-#include <map>
-#include <regex>
-#include <sstream>
 #include <sys/time.h>
 
-#include "clock_inject.hpp"
 #include "internal/timeout.hpp"
-#include "rows.hpp"
+#include "support.hpp"
 
 namespace {
 

@@ -1,9 +1,6 @@
-#include "alloc_inject.hpp"
-
-#include <algorithm>
 #include <atomic>
-#include <cerrno>
-#include <cstdint>
+
+#include "support.hpp"
 
 // The real allocator: libc's own entry points, or the sanitizer's when one is
 // loaded (it interposes malloc itself).

@@ -1,12 +1,6 @@
-#include "recorder.hpp"
-
-#include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <mutex>
-#include <unistd.h>
 
-#include "alloc_inject.hpp"
+#include "support.hpp"
 
 #ifdef TAVUTIL_COVERAGE
 extern "C" void __gcov_dump(void);
@@ -45,6 +39,23 @@ std::vector<std::string> report_summary() {
         }
     }
     return out;
+}
+
+std::string said() {
+    std::string all;
+    for (const std::string &line : report_summary()) {
+        all += (all.empty() ? "" : "|") + line;
+    }
+    clear_reports();
+    return all;
+}
+
+std::string reported() {
+    std::string text;
+    for (const std::string &report : report_summary()) {
+        text += "|" + report;
+    }
+    return text;
 }
 
 void child_exit(int code) {
