@@ -8,21 +8,14 @@
 
 namespace {
 
-void twice() {
-    const tav::Site tested = TAV_SITE;
-    tav::traced_twice(tested, TAV_SITE, TAV_ERR_NOMEM);
-}
-void plain() { TAV_PLAIN_LINE("Could not use %s", "100% sure"); }
-void reasoned(const char *text) { tav::reasoned_line(99999, TAV_SITE, "Could not open %s", text); }
-void failed() { tav::perror_line(EACCES, TAV_SITE, "setenv failed"); }
-
-TEST(Frame, EachWordMakesExactlyItsCalls) {
+TEST(Frame, EachWordMakesExactlyItsCallsAndGuardsReleaseUnlessHandedOn) {
     static_assert(std::string_view(tav::source_path("/a/src/b/src/x/y.cpp")) == "src/x/y.cpp");
     tavtest::clear_reports();
-    twice();
-    plain();
-    reasoned(std::string(5000, 'm').c_str());
-    failed();
+    const tav::Site tested = TAV_SITE;
+    tav::traced_twice(tested, TAV_SITE, TAV_ERR_NOMEM);
+    TAV_PLAIN_LINE("Could not use %s", "100% sure");
+    tav::reasoned_line(99999, TAV_SITE, "Could not open %s", std::string(5000, 'm').c_str());
+    tav::perror_line(EACCES, TAV_SITE, "setenv failed");
     std::string all; // severity/module, line (L when above 0 and new), format=text
     int32_t last = 0;
     for (const tavtest::Report &r : tavtest::reports()) {
@@ -35,9 +28,6 @@ TEST(Frame, EachWordMakesExactlyItsCalls) {
                    "3/128 L %s  Reason: %s=Could not open " +
                        std::string(2047 - 15, 'm') + "  Reason: " + strerror(99999) +
                        ";3/128 L =setenv failed;");
-}
-
-TEST(Frame, GuardsReleaseUnlessHandedOn) {
     int closed = -1, kept = -1;
     const auto run = tavtest::run_allocations(0, [&] {
         tav::UniqueFd guard(open("/dev/null", O_RDONLY)), handed_on(open("/dev/null", O_RDONLY));
