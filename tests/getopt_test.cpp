@@ -9,7 +9,7 @@
 namespace {
 
 std::string calls;
-char *text;
+char *str;
 int32_t number, flag;
 tav_status custom_failure = TAV_ERR_TIMEOUT;
 extern const tav_util_option rows[];
@@ -27,10 +27,10 @@ const tav_util_option rows[] = {{'a', "alpha", note, nullptr, 0},
                                 {'-', "", note, nullptr, 0},
                                 {0, "a", note, nullptr, 0},
                                 {'a', "alpha", note, nullptr, 1},
-                                {'s', "str", tav_util_getopt_string, &text, 1},
+                                {'s', "str", tav_util_getopt_string, &str, 1},
                                 {'n', "num", tav_util_getopt_int, &number, 1},
                                 {'f', "flag", tav_util_getopt_flag, &flag, 0},
-                                {'S', "", tav_util_getopt_string, &text, 0},
+                                {'S', "", tav_util_getopt_string, &str, 0},
                                 {'F', "", tav_util_getopt_flag, &flag, 1},
                                 {'x', "fail", note, &custom_failure, 0},
                                 {'N', "", tav_util_getopt_int, &number, 0},
@@ -50,9 +50,9 @@ TEST(Getopt, Walk) {
     };
     // Through tav_util_getopt, or tav_util_getopt_from a start @N. '' is empty.
     const std::string cases[] = {
-        "prog -- -abc /alpha --alpha=1 x /a --a /-a -a => 2() 0() 0() 3() 3() 0() " + none + "0",
-        "prog - / '' /usr/bin ---a -z => " + none + "0",
-        "prog -b -a -beta /beta --beta '' => 1(-a) 1(/beta) 1() " + none + "0",
+        "prog -- -abc /alpha --alpha=1 x /a --a /-a -a - / '' /usr/bin ---a -z -b -a -beta /beta "
+        "--beta '' => 2() 0() 0() 3() 3() 0() 1(-a) 1(/beta) 1() " +
+            none + "0",
         "prog -a -b => 0() " + none + "6|!process_option Missing mandatory option\n" + up("6"),
         "prog -s " + s300 + " --num " + n300 + " /flag -f --num -9x => s=300 n=-9 f=1 -> 0",
         "prog -s s" + s300 + " => " + none + "7|getopt_string 7" + up("7"),
@@ -78,19 +78,18 @@ TEST(Getopt, Walk) {
         for (std::string &token : tokens) {
             argv.push_back((token = token == "''" ? "" : token).data());
         }
-        argv.push_back(nullptr);
-        const auto argc = static_cast<int32_t>(argv.size() - 1 - from);
+        const auto argc = static_cast<int32_t>(argv.size() - from);
         calls.clear();
         number = flag = 0;
         const tav_status status =
             from ? tav_util_getopt_from(argc, &argv[1], rows, 11, std::stoi(tokens[0].substr(1)))
                  : tav_util_getopt(argc, argv.data(), rows, std::size(rows));
-        const std::string stored = text ? text : "", said = reports();
+        const std::string stored = str ? str : "", said = reports();
         EXPECT_EQ(calls + "s=" + (stored.size() > 9 ? std::to_string(stored.size()) : stored) +
                       " n=" + std::to_string(number) + " f=" + std::to_string(flag) + " -> " +
                       std::to_string(status) + (said.empty() ? "" : "|" + said),
                   row.substr(row.find(" => ") + 4));
-        tav_util_free(&text);
+        tav_util_free(&str);
     }
 }
 
@@ -99,7 +98,7 @@ TEST(Getopt, Walk) {
 TEST(Getopt, RefusalsAndAllocationFailure) {
     char *argv[] = {const_cast<char *>("prog"), const_cast<char *>("-s"), const_cast<char *>("v")};
     int32_t n = 0, f = 0, i = 0, s = 0; // counts
-    const tav_util_option *str = &rows[5], *num = &rows[6], *flg = &rows[7];
+    const tav_util_option *string = &rows[5], *num = &rows[6], *flg = &rows[7];
     tavtest::clear_reports();
     std::ostringstream got; // each status in call order
     got << tav_util_getopt(3, nullptr, rows, 1) << tav_util_getopt(3, argv, nullptr, 1)
@@ -107,20 +106,20 @@ TEST(Getopt, RefusalsAndAllocationFailure) {
         << tav_util_getopt_from(3, argv, nullptr, 1, 1) << tav_util_getopt_from(3, argv, rows, 0, 1)
         << tav_util_getopt_from(3, argv, rows, -1, 1) << tav_util_getopt_flag(rows, nullptr, &n)
         << tav_util_getopt_flag(nullptr, nullptr, &n) << tav_util_getopt_int(num, "5", nullptr)
-        << tav_util_getopt_string(str, "v", nullptr) << tav_util_getopt_flag(flg, nullptr, &f)
-        << tav_util_getopt_int(num, "5", &i) << tav_util_getopt_string(str, "v", &s);
+        << tav_util_getopt_string(string, "v", nullptr) << tav_util_getopt_flag(flg, nullptr, &f)
+        << tav_util_getopt_int(num, "5", &i) << tav_util_getopt_string(string, "v", &s);
     EXPECT_EQ(got.str(), "33733773333000");
     EXPECT_EQ(std::tuple(n, f, i, s), std::tuple(0, 1, 2, 2));
     EXPECT_EQ(reports(), "getopt 3|getopt 3|getopt 7|getopt_from 3|getopt_from 3|getopt_from 7|"
                          "getopt_from 7|getopt_flag 3|getopt_flag 3|getopt_int 3|getopt_string 3");
-    tav_util_free(&text);
+    tav_util_free(&str);
     tav_status status = TAV_OK;
     const long runs = tavtest::for_each_allocation_failure(
         [&] { status = tav_util_getopt(3, argv, rows, std::size(rows)); },
-        [&](long, auto &run) { EXPECT_TRUE(status == 2 && !text && run.sizes[0] == 2); });
-    EXPECT_EQ(std::tuple(runs, std::string(text), reports()),
+        [&](long, auto &run) { EXPECT_TRUE(status == 2 && !str && run.sizes[0] == 2); });
+    EXPECT_EQ(std::tuple(runs, std::string(str), reports()),
               std::tuple(1, "v", "getopt_string 2|process_option 2|getopt_from 2|getopt_from 2"));
-    tav_util_free(&text);
+    tav_util_free(&str);
 }
 
 } // namespace

@@ -63,19 +63,18 @@ TEST(Threads, IndependentRecordsAgreeWithOneThread) {
     EXPECT_TRUE(expected.starts_with("00000000 100 0; 1; 2; ") &&
                 expected.ends_with(" 98; 99; |3143966959136928911 4950 99 1 41 1|A|b|c"))
         << expected;
-    std::string differing[4];
-    {
-        std::jthread threads[4];
-        for (int t = 0; t < 4; ++t) {
-            threads[t] = std::jthread([&, t] {
-                for (int round = 0; round < 25; ++round) {
-                    const std::string seen = work(dir + std::string("/") + char('0' + t), shared);
-                    differing[t] += seen == expected ? "" : seen;
-                }
-            });
-        }
+    std::vector<std::string> differing(4);
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int round = 0; round < 25; ++round) {
+                const std::string seen = work(dir + std::string("/") + char('0' + t), shared);
+                differing[t] += seen == expected ? "" : seen;
+            }
+        });
     }
-    EXPECT_EQ(std::vector<std::string>(differing, differing + 4), std::vector<std::string>(4));
+    threads.clear(); // each joins
+    EXPECT_EQ(differing, std::vector<std::string>(4));
     std::filesystem::remove_all(dir);
 }
 
