@@ -66,10 +66,9 @@ void check(const std::string &home, const std::string &op, const std::vector<std
             r += (r.empty() ? "" : " ") + S(status);
             ((out += (out.empty() ? "" : " ") + S(outs)), ...);
         };
-        const auto text = [&](tav_status status) -> std::string {
-            return status == TAV_OK || buffer[0] == 'u' ? buffer : "written";
+        const auto cut = [&](tav_status status) {
+            put(status), out = status == TAV_OK || buffer[0] == 'u' ? buffer : "written";
         };
-        const auto cut = [&](tav_status status) { put(status), out = text(status); };
         const std::map<std::string, std::function<void()>> ops = {
             {"offset", [&] { put(tav_util_abs_time_offset(&x, N(1), N(2)), x); }},
             {"future", [&] { put(tav_util_future_timeout(&a, N(0), 1000000000), a); }},
@@ -88,10 +87,8 @@ void check(const std::string &home, const std::string &op, const std::vector<std
             {"from_ms", [&] { put(tav_util_ms_to_timeval(M(0), Q(1, u)), u); }},
             {"now_str",
              [&] {
-                 const tav_status status = tav_util_now_str(Q(1, buffer[0]), Q(2, size), &i);
-                 put(status, size, i);
-                 out += status == TAV_OK && buffer == calendar(plan.at.tv_sec) ? " now"
-                                                                               : " " + text(status);
+                 cut(tav_util_now_str(Q(1, buffer[0]), Q(2, size), &i));
+                 out = S(size) + " " + S(i) + " " + (out == calendar(plan.at.tv_sec) ? "now" : out);
              }},
             {"broken",
              [&] { put(tav_util_get_broken_down_time(&t)), out = r == "0" ? S(mktime(&t)) : ""; }},
