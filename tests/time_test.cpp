@@ -36,10 +36,35 @@ std::string calendar(time_t when) {
     return text;
 }
 
-// Runs `op` on rows "[@sec.nsec|@!errno] words => results|reports outputs": a
-// clock reading or failure, "null" a null pointer, a missing word 32; a trace
-// from src/time/<home>.cpp or <name>_linux.cpp as "name status", a line "!name".
-void check(const std::string &home, const std::string &op, const std::vector<std::string> &rows) {
+// One row "[@sec.nsec|@!errno] words => results|reports outputs": a clock
+// reading or failure, "null" a null pointer, a missing word 32.
+struct Call {
+    tavtest::ClockPlan plan;
+    std::vector<std::string> w;
+    long long N(int k) { return std::strtoll(w[k].c_str(), nullptr, 10); }
+    unsigned long long M(int k) { return std::strtoull(w[k].c_str(), nullptr, 10); }
+    template <typename T> T *Q(int k, T &value) { return w[k] == "null" ? nullptr : &value; }
+    timespec x = point<timespec>(w[0]), y = point<timespec>(w[1]), a = {-7, -7};
+    timeval p = point<timeval>(w[0]), q = point<timeval>(w[1]), u = {-7, -7};
+    uint64_t m = 7;
+    int32_t i = 7;
+    size_t size = M(0);
+    char buffer[64] = "untouched";
+    tm t = {};
+    std::string r = {}, out = {};
+    void put(auto status, const auto &...outs) {
+        r += (r.empty() ? "" : " ") + S(status);
+        ((out += (out.empty() ? "" : " ") + S(outs)), ...);
+    }
+    void cut(tav_status status) {
+        put(status), out = status == TAV_OK || buffer[0] == 'u' ? buffer : "written";
+    }
+};
+
+// Runs `op` on each row and compares the results, the reports (a trace from
+// src/time/<home>.cpp or <name>_linux.cpp as "name status", a line as "!name
+// text", pointers as p) and the outputs.
+void check(const std::string &home, void (*op)(Call &), const std::vector<std::string> &rows) {
     for (const std::string &row : rows) {
         std::istringstream in(row.substr(0, row.find(" => ")));
         std::vector<std::string> w{std::istream_iterator<std::string>(in), {}};
@@ -50,59 +75,10 @@ void check(const std::string &home, const std::string &op, const std::vector<std
             w.erase(w.begin());
         }
         w.resize(5, "32");
-        const auto N = [&](int k) { return std::strtoll(w[k].c_str(), nullptr, 10); };
-        const auto M = [&](int k) { return std::strtoull(w[k].c_str(), nullptr, 10); };
-        const auto Q = [&](int k, auto &value) { return w[k] == "null" ? nullptr : &value; };
-        timespec x = point<timespec>(w[0]), y = point<timespec>(w[1]), a = {-7, -7};
-        timeval p = point<timeval>(w[0]), q = point<timeval>(w[1]), u = {-7, -7};
-        uint64_t m = 7;
-        int32_t i = 7;
-        size_t size = M(0);
-        const time_t when = N(0);
-        char buffer[64] = "untouched";
-        tm t = {};
-        std::string r, out;
-        const auto put = [&](auto status, const auto &...outs) {
-            r += (r.empty() ? "" : " ") + S(status);
-            ((out += (out.empty() ? "" : " ") + S(outs)), ...);
-        };
-        const auto cut = [&](tav_status status) {
-            put(status), out = status == TAV_OK || buffer[0] == 'u' ? buffer : "written";
-        };
-        const std::map<std::string, std::function<void()>> ops = {
-            {"offset", [&] { put(tav_util_abs_time_offset(&x, N(1), N(2)), x); }},
-            {"future", [&] { put(tav_util_future_timeout(&a, N(0), 1000000000), a); }},
-            {"expired", [&] { put(tav_util_query_timeout_expired(&x, &i), i); }},
-            {"cmp", [&] { put(tav_util_cmp_timeout(Q(0, x), Q(1, y), Q(2, i)), i); }},
-            {"left", [&] { cut(tav_util_query_timeout_left(&x, buffer, M(1))); }},
-            {"add", [&] { put(tav_util_safe_add_seconds(&p, N(1)), p); }},
-            {"future_time", [&] { put(tav_util_future_time(N(0), Q(1, u)), u); }},
-            {"tv",
-             [&] {
-                 put(tav_util_timeval_cmp(&p, &q), tav_util_time_greater_than(&p, &q),
-                     tav_util_time_diff_seconds(&p, &q));
-             }},
-            {"human", [&] { cut(tav_util_snprintf_human_time(buffer, M(1), std::stod(w[0]))); }},
-            {"to_ms", [&] { put(tav_util_timeval_to_ms(Q(0, p), Q(1, m)), m); }},
-            {"from_ms", [&] { put(tav_util_ms_to_timeval(M(0), Q(1, u)), u); }},
-            {"now_str",
-             [&] {
-                 cut(tav_util_now_str(Q(1, buffer[0]), Q(2, size), &i));
-                 out = S(size) + " " + S(i) + " " + (out == calendar(plan.at.tv_sec) ? "now" : out);
-             }},
-            {"broken",
-             [&] { put(tav_util_get_broken_down_time(&t)), out = r == "0" ? S(mktime(&t)) : ""; }},
-            {"calendar",
-             [&] {
-                 put(tav_util_gmtime(&when, &t));
-                 cut(tav_util_asctime(Q(2, t), Q(3, buffer[0]), M(1)));
-             }},
-            {"clocks", [&] {
-                 put(tav_util_timer_point(), tav_util_walltime_msec(), tav_util_walltime_usec());
-             }}};
+        Call c{plan, w};
         tavtest::clear_reports();
         auto clock = std::make_unique<tavtest::ClockInjection>(plan);
-        ops.at(op)();
+        op(c);
         EXPECT_TRUE(clock->last_clock() == -1 || clock->last_clock() == CLOCK_REALTIME) << row;
         clock.reset();
         const std::regex own("trace tav_util_(\\w+) src/time/(" + home + "|\\1_linux)\\.cpp"),
@@ -110,9 +86,9 @@ void check(const std::string &home, const std::string &op, const std::vector<std
         const std::string said = std::regex_replace(
             std::regex_replace(std::regex_replace(tavtest::said(), log, "!"), pointer, "p"), own,
             "$1");
-        EXPECT_EQ(r + (said.empty() ? "" : "|" + said) + (out.empty() ? "" : " " + out),
+        EXPECT_EQ(c.r + (said.empty() ? "" : "|" + said) + (c.out.empty() ? "" : " " + c.out),
                   row.substr(row.find(" => ") + 4))
-            << op << " " << row;
+            << row;
     }
 }
 
@@ -120,7 +96,7 @@ TEST(Time, Tables) {
     const std::string ts = "timespec_common", bad = " => 7|!abs_time_offset Bad value, val: ",
                       o33 = " => 33|abs_time_offset 33 ", not_read = " Failed to get current time.",
                       null = " => 3|!cmp_timeout NULL argument detected: ";
-    check(ts, "offset",
+    check(ts, [](Call &c) { c.put(tav_util_abs_time_offset(&c.x, c.N(1), c.N(2)), c.x); },
           {"5.0 2 3 => 0 5.666666666", "5.500000000 500 1000 => 0 6.0",
            "5.999999999 2 1000000000 => 0 6.1", "5.5000000000 0 1 => 0 6.4000000000",
            "9223372036854775804.7 3 1 => 0 " + kMax + ".7",
@@ -129,64 +105,87 @@ TEST(Time, Tables) {
            "5.0 -1 1" + bad + "-1 scale_to_sec: 1\n|abs_time_offset 7 5.0",
            "9223372036854775804.7 4 1" + o33 + "9223372036854775804.7", "5.-1 3 1" + o33 + "8.-1",
            kMax + ".999999999 1 1000000000" + o33 + kMax + ".0"});
-    check(ts, "future",
+    check(ts, [](Call &c) { c.put(tav_util_future_timeout(&c.a, c.N(0), 1000000000), c.a); },
           {"@100.999999999 1 => 0 101.0",
            "@!22 1 => 6|!future_timeout" + not_read + "|future_timeout 6 -7.-7",
            "@100.999999999 -1" + bad + "-1 scale_to_sec: 1000000000\n|abs_time_offset 7" +
                "|future_timeout 7|!future_timeout Overflow detected when trying to set phase "
                "timeout tmp hack 100.999999999"});
-    check(ts, "expired",
+    check(ts, [](Call &c) { c.put(tav_util_query_timeout_expired(&c.x, &c.i), c.i); },
           {"@100.500 101.0 => 0 0", "@100.500 100.501 => 0 0", "@100.500 100.500 => 0 1",
            "@100.500 99." + kMax + " => 0 1", "@!22 0.0 => 6|query_timeout_expired 6 7"});
-    check(ts, "cmp",
+    check(ts,
+          [](Call &c) { c.put(tav_util_cmp_timeout(c.Q(0, c.x), c.Q(1, c.y), c.Q(2, c.i)), c.i); },
           {"1.5 1.5 => 0 0", "1.5 1.6 => 0 -1", "1.6 1.5 => 0 1", "1." + kMax + " 2.0 => 0 -1",
            "2.0 1.999999999 => 0 1", "null 1.0" + null + "(nil) p p|cmp_timeout 3 7",
            "1.0 null" + null + "p (nil) p|cmp_timeout 3 7",
            "1.0 1.0 null" + null + "p p (nil)|cmp_timeout 3 7"});
     check(
-        ts, "left",
+        ts, [](Call &c) { c.cut(tav_util_query_timeout_left(&c.x, c.buffer, c.M(1))); },
         {"@100.250000000 112.750000000 64 => 0 1.250000e+01 seconds",
          "@100.250000000 112.750000000 0 => 0 untouched",
          "@!22 112.0 64 => 6|!query_timeout_left" + not_read + "|query_timeout_left 6 untouched"});
     const std::string tv = "timeval_common", o = " => 33|safe_add_seconds 33 ";
-    check(tv, "add",
+    check(tv, [](Call &c) { c.put(tav_util_safe_add_seconds(&c.p, c.N(1)), c.p); },
           {kMax + ".777 0 => 0 " + kMax + ".777", kMax + ".777 1" + o + kMax + ".777",
            "0.777 -1" + o + "0.777", "-9223372036854775808.777 -1 => 0 " + kMax + ".777"});
-    check(tv, "future_time",
+    check(tv, [](Call &c) { c.put(tav_util_future_time(c.N(0), c.Q(1, c.u)), c.u); },
           {"@100.250999000 5 => 0 105.250999", "@100.0 -1 null => 3|future_time 3 -7.-7",
            "@100.0 -1 => 7|future_time 7 -7.-7", "@!22 1 => 6|future_time 6 -7.-7",
            "@" + kMax + ".5000 1" + o + kMax + ".5"});
-    check(tv, "tv",
+    check(tv,
+          [](Call &c) {
+              c.put(tav_util_timeval_cmp(&c.p, &c.q), tav_util_time_greater_than(&c.p, &c.q),
+                    tav_util_time_diff_seconds(&c.p, &c.q));
+          },
           {"1.5 1.5 => 0 0 0", "1.1500000 2.0 => -1 0 0.5", "2.0 1.1500000 => 1 1 -0.5",
            "1.5 1.6 => -1 0 -9.999999999177334e-07", "0.15 0.0 => 1 1 1.4999999999999999e-05"});
-    check(tv, "to_ms",
+    check(tv, [](Call &c) { c.put(tav_util_timeval_to_ms(c.Q(0, c.p), c.Q(1, c.m)), c.m); },
           {"1.500000 => 0 1500", "1.999 => 0 1000", "0.-1500 => 0 " + kAll,
            "null => 3|timeval_to_ms 3 7", "1.0 null => 3|timeval_to_ms 3 7"});
-    check(tv, "from_ms", {"1500 => 0 1.500000", "0 => 0 0.0", "1500 null => 3 -7.-7"});
-    check(tv, "human",
+    check(tv, [](Call &c) { c.put(tav_util_ms_to_timeval(c.M(0), c.Q(1, c.u)), c.u); },
+          {"1500 => 0 1.500000", "0 => 0 0.0", "1500 null => 3 -7.-7"});
+    check(tv,
+          [](Call &c) { c.cut(tav_util_snprintf_human_time(c.buffer, c.M(1), std::stod(c.w[0]))); },
           {"0 => 0 0 seconds", "1 => 0 1 second", "1.4 => 0 1 seconds", "1.5 => 0 2 seconds",
            "2.5 => 0 2 seconds", "59.7 => 0 60 seconds", "60 => 0 1 minute", "90 => 0 2 minutes",
            "3599 => 0 60 minutes", "3600 => 0 1 hour", "5400 => 0 2 hours", "86399 => 0 24 hours",
            "86400 => 0 1 day", "129600 => 0 2 days", "-30 => 0 -30 seconds", "nan => 0 nan days"});
     const std::string tm = "tm_common", far = "253402300800", // the year 10000
         no = "|now_str 3 26 7 untouched", broken = "|get_broken_down_time 6";
-    check(tm, "now_str",
+    check(tm,
+          [](Call &c) {
+              c.cut(tav_util_now_str(c.Q(1, c.buffer[0]), c.Q(2, c.size), &c.i));
+              c.out = S(c.size) + " " + S(c.i) + " " +
+                      (c.out == calendar(c.plan.at.tv_sec) ? "now" : c.out);
+          },
           {"@0.0 26 => 0 24 7 now", "@0.0 25 => 7|now_str 7 25 7 untouched",
            "@0.0 26 null => 3" + no, "@0.0 26 b null => 3" + no,
            "@!1 26 => 6|now_str 6 26 1 untouched",
            "@" + far + ".0 26 => 6|now_str 6 26 75 written"});
-    check(tm, "broken",
+    check(tm,
+          [](Call &c) {
+              c.put(tav_util_get_broken_down_time(&c.t));
+              c.out = c.r == "0" ? S(mktime(&c.t)) : "";
+          },
           {"@1700000000.0 => 0 1700000000",
            "@!1 => 6|!get_broken_down_time Failed to read time" + broken,
            "@" + kMax + ".0 => 6|!get_broken_down_time Failed to unpick time" + broken});
     // gmtime, then asctime of its result.
-    check(tm, "calendar",
+    check(tm,
+          [](Call &c) {
+              c.put(tav_util_gmtime(&c.x.tv_sec, &c.t));
+              c.cut(tav_util_asctime(c.Q(2, c.t), c.Q(3, c.buffer[0]), c.M(1)));
+          },
           {"0 26 => 0 0 Thu Jan  1 00:00:00 1970\n", "0 25 => 0 16|asctime 16 untouched",
            "0 26 null => 0 3|asctime 3 untouched", "0 26 t null => 0 3|asctime 3 untouched",
            far + " 26 => 0 6|asctime 6 written",
            kMax + " 25 => 6 16|gmtime 6|asctime 16 untouched"});
     // The seconds' product goes through a double; past 64 bits of nanoseconds: 0.
-    check(tm, "clocks",
+    check(tm,
+          [](Call &c) {
+              c.put(tav_util_timer_point(), tav_util_walltime_msec(), tav_util_walltime_usec());
+          },
           {"@1700000000.123456789 => 1700000000123456789 1700000000123 1700000000123456",
            "@18446744073.0 => 18446744072999999488 18446744073000 18446744073000000",
            "@18446744074.0 => 0 18446744074000 18446744074000000",
