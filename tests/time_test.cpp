@@ -1,9 +1,7 @@
 // Time operations as scripted calls on a stopped or failing clock, and on the
 // real clocks bracketed between two readings.
 #include <charconv>
-#include <functional>
 #include <iterator>
-#include <map>
 #include <regex>
 #include <sstream>
 #include <sys/time.h>
