@@ -1,5 +1,3 @@
-// The collection: growth sequences, every allocation failure, refusals and
-// lookups. It never reports.
 #include "internal/collection.hpp"
 #include "rows.hpp"
 
@@ -12,9 +10,8 @@ void *copy(void *source) { return counted(tav_util_memdup(source, sizeof(int)));
 void drop(void *element) { ++destroyed, std::free(element); }
 void count_only(void *) { ++destroyed; }
 
-// The same pointer attached n times (the nth allocation failing) to a
-// collection without create or clone, whose other adds then refuse: the
-// array's sizes, the length and the destroys.
+// The same pointer attached n times (the nth allocation failing): the array's
+// sizes, the length and the destroys.
 TEST(Collection, GrowthAndRefusals) {
     tavtest::clear_reports();
     using Row = std::tuple<int32_t, int, long, std::string>;
@@ -57,9 +54,7 @@ TEST(Collection, GrowthAndRefusals) {
     EXPECT_EQ(tavtest::said(), "");
 }
 
-// Twelve adds (new and add in turn) through each failing allocation: at most
-// one call fails, each success lands at the end, nothing leaks, and each
-// element made is destroyed once: a failed one at once, the others by the free.
+// At most one call fails; a failed element is destroyed at once, the rest by the free.
 TEST(Collection, EveryAllocationFailureLeavesTheRecordAsItWas) {
     int seed = 5, held = 0, before = 0;
     bool in_place = true;

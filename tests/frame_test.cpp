@@ -1,6 +1,4 @@
-// What the family tests leave open in the reporting frame: the fields their
-// summaries do not show, the reason for an unknown number and a long message
-// cut. Every family's reports, leak and close counts check the rest.
+// The fields the families' report summaries do not show.
 #include "internal/frame.hpp"
 #include "rows.hpp"
 

@@ -1,5 +1,4 @@
-// The option walk as one table: a command line in; the handler calls (row and
-// argument), the stored values, the status and the reports out.
+// The option walk, its refusals and its standard handlers.
 #include <iterator>
 #include <regex>
 #include <sstream>
@@ -36,7 +35,6 @@ const tav_util_option rows[] = {{'a', "alpha", note, nullptr, 0},
                                 {'N', "", tav_util_getopt_int, &number, 0},
                                 {'h', "", nullptr, nullptr, 0}};
 
-// The reports so far as "name status", "!name text".
 std::string reports() {
     const std::regex trace("trace (tav_util_)?(\\w+) src/getopt_ops\\.cpp"), log("log (\\w+)");
     const std::string said = tavtest::said();
@@ -45,8 +43,8 @@ std::string reports() {
                : "|" + std::regex_replace(std::regex_replace(said, trace, "$2"), log, "!$1");
 }
 
-// Runs each row "command line => handler calls, values set, status|reports"
-// through tav_util_getopt, or tav_util_getopt_from a start @N. '' is empty.
+// Rows "command line => handler calls, values set, status|reports" through
+// tav_util_getopt, or tav_util_getopt_from a start @N; '' is empty.
 void walk(const std::vector<std::string> &cases) {
     tavtest::clear_reports();
     for (const std::string &row : cases) {
@@ -92,8 +90,7 @@ TEST(Getopt, Walk) {
           "@0 -a -N => 0() 0", "@2 prog -a => 0", "@-1 prog -a => 7|getopt_from 7"});
 }
 
-// The refusals, each traced with its status; then each standard handler's
-// count (1 for a flag, else 2), and the string handler's one allocation failing.
+// The count is 1 for a flag, else 2.
 TEST(Getopt, RefusalsAndAllocationFailure) {
     char *argv[] = {const_cast<char *>("prog"), const_cast<char *>("-s"), const_cast<char *>("v")};
     int32_t n = 0, f = 0, i = 0, s = 0; // counts

@@ -1,6 +1,4 @@
-// Independent records on several threads at once: each thread repeats a round
-// over every family with a record or a handle, and must end with the results
-// of one reference round.
+// Each thread's rounds over every family with records or handles agree with one.
 #include <fcntl.h>
 #include <filesystem>
 #include <sstream>
@@ -27,12 +25,12 @@ std::string work(const std::string &own, const std::string &shared) {
     uint8_t bytes[4096], *back = nullptr;
     uint64_t hash = 0, size = 0;
     int32_t code = -1, number = 0;
-    char *const argv[] = {const_cast<char *>("/bin/false"), nullptr};
-    char *const options[] = {argv[0], const_cast<char *>("--number"), const_cast<char *>("41")};
+    char *const argv[] = {const_cast<char *>("/bin/false"), const_cast<char *>("--number"),
+                          const_cast<char *>("41"), nullptr};
     const tav_util_option rows[] = {{'n', "number", tav_util_getopt_int, &number, 1}};
     seen << tav_util_seed_prng(&prng, 42, 7) << tav_util_prng_fill(&prng, bytes, 4096)
          << tav_util_hash64(bytes, 4096, &hash) << tav_spawn_and_wait(argv, nullptr, &code)
-         << tav_util_getopt(3, options, rows, 1)
+         << tav_util_getopt(3, argv, rows, 1)
          << tav_util_write_named_file(own.c_str(), 1, bytes, 4096, nullptr)
          << tav_util_read_named_file(own.c_str(), &back, &size, nullptr) << " "
          << tav_util_strbuf_substitute(sb, ",", 0, "%s", "; ") << " " << tav_util_strbuf_getstr(sb)

@@ -1,5 +1,4 @@
-// Time operations as scripted calls on a stopped or failing clock, and on the
-// real clocks bracketed between two readings.
+// Time operations on a stopped or failing clock, and on the real clocks.
 #include <charconv>
 #include <iterator>
 #include <regex>
@@ -34,8 +33,9 @@ std::string calendar(time_t when) {
     return text;
 }
 
-// One row "[@sec.nsec|@!errno] words => results|reports outputs": a clock
-// reading or failure, "null" a null pointer, a missing word 32.
+// A row "[@sec.nsec|@!errno] words => results|reports outputs"; "null" is a
+// null pointer, a missing word 32; a trace from src/time/<home>.cpp or
+// <name>_linux.cpp reads "name status", a line "!name text", a pointer p.
 struct Call {
     tavtest::ClockPlan plan;
     std::vector<std::string> w;
@@ -59,9 +59,6 @@ struct Call {
     }
 };
 
-// Runs `op` on each row and compares the results, the reports (a trace from
-// src/time/<home>.cpp or <name>_linux.cpp as "name status", a line as "!name
-// text", pointers as p) and the outputs.
 void check(const std::string &home, void (*op)(Call &), const std::vector<std::string> &rows) {
     for (const std::string &row : rows) {
         std::istringstream in(row.substr(0, row.find(" => ")));
@@ -190,7 +187,7 @@ TEST(Time, Tables) {
            "@-1.999999999 => 0 " + kAll + " " + kAll, "@!22 => 0 0 0"});
 }
 
-// The real clocks: each reading lies between two others.
+// Each real reading lies between two others.
 TEST(Time, RealClocks) {
     timespec t0, t1, t;
     timeval tv;
