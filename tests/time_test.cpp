@@ -88,9 +88,11 @@ TEST(Time, Tables) {
                       o33 = " => 33|abs_time_offset 33 ", not_read = " Failed to get current time.",
                       null = " => 3|!cmp_timeout NULL argument detected: ";
     check(ts, [](Call &c) { c.put(tav_util_abs_time_offset(&c.x, c.N(1), c.N(2)), c.x); },
-          {"5.0 2 3 => 0 5.666666666", "5.500000000 500 1000 => 0 6.0",
+          {"5.123 0 1 => 0 5.123", "5.123 1000 1000 => 0 6.123", "5.123 999 1000 => 0 5.999000123",
+           "5.0 2 3 => 0 5.666666666", "5.500000000 500 1000 => 0 6.0",
            "5.999999999 2 1000000000 => 0 6.1", "5.5000000000 0 1 => 0 6.4000000000",
            "9223372036854775804.7 3 1 => 0 " + kMax + ".7",
+           kMax + ".0 999 1000 => 0 " + kMax + ".999000000", "-1.0 1 1" + o33 + "-1.0",
            "5.0 1 1000000001" + bad + "1 scale_to_sec: 1000000001\n|abs_time_offset 7 5.0",
            "5.0 1 0" + bad + "1 scale_to_sec: 0\n|abs_time_offset 7 5.0",
            "5.0 -1 1" + bad + "-1 scale_to_sec: 1\n|abs_time_offset 7 5.0",
@@ -114,12 +116,14 @@ TEST(Time, Tables) {
     check(
         ts, [](Call &c) { c.cut(tav_util_query_timeout_left(&c.x, c.buffer, c.M(1))); },
         {"@100.250000000 112.750000000 64 => 0 1.250000e+01 seconds",
+         "@100.250000000 112.750000000 5 => 0 1.25",
          "@100.250000000 112.750000000 0 => 0 untouched",
          "@!22 112.0 64 => 6|!query_timeout_left" + not_read + "|query_timeout_left 6 untouched"});
     const std::string tv = "timeval_common", o = " => 33|safe_add_seconds 33 ";
     check(tv, [](Call &c) { c.put(tav_util_safe_add_seconds(&c.p, c.N(1)), c.p); },
           {kMax + ".777 0 => 0 " + kMax + ".777", kMax + ".777 1" + o + kMax + ".777",
-           "0.777 -1" + o + "0.777", "-9223372036854775808.777 -1 => 0 " + kMax + ".777"});
+           "9223372036854775806.777 1 => 0 " + kMax + ".777", "0.777 -1" + o + "0.777",
+           "-9223372036854775808.777 -1 => 0 " + kMax + ".777"});
     check(tv, [](Call &c) { c.put(tav_util_future_time(c.N(0), c.Q(1, c.u)), c.u); },
           {"@100.250999000 5 => 0 105.250999", "@100.0 -1 null => 3|future_time 3 -7.-7",
            "@100.0 -1 => 7|future_time 7 -7.-7", "@!22 1 => 6|future_time 6 -7.-7",
@@ -138,10 +142,17 @@ TEST(Time, Tables) {
           {"1500 => 0 1.500000", "0 => 0 0.0", "1500 null => 3 -7.-7"});
     check(tv,
           [](Call &c) { c.cut(tav_util_snprintf_human_time(c.buffer, c.M(1), std::stod(c.w[0]))); },
-          {"0 => 0 0 seconds", "1 => 0 1 second", "1.4 => 0 1 seconds", "1.5 => 0 2 seconds",
-           "2.5 => 0 2 seconds", "59.7 => 0 60 seconds", "60 => 0 1 minute", "90 => 0 2 minutes",
-           "3599 => 0 60 minutes", "3600 => 0 1 hour", "5400 => 0 2 hours", "86399 => 0 24 hours",
-           "86400 => 0 1 day", "129600 => 0 2 days", "-30 => 0 -30 seconds", "nan => 0 nan days"});
+          {"0 => 0 0 seconds",       "1 => 0 1 second",
+           "1.4 => 0 1 seconds",     "1.5 => 0 2 seconds",
+           "2.5 => 0 2 seconds",     "59.7 => 0 60 seconds",
+           "60 => 0 1 minute",       "90 => 0 2 minutes",
+           "3599 => 0 60 minutes",   "3600 => 0 1 hour",
+           "5400 => 0 2 hours",      "86399 => 0 24 hours",
+           "86400 => 0 1 day",       "129600 => 0 2 days",
+           "-30 => 0 -30 seconds",   "nan => 0 nan days",
+           "-nan => 0 -nan days",    "inf => 0 inf days",
+           "-inf => 0 -inf seconds", "90 4 => 0 2 m",
+           "90 0 => 0 untouched",    "90 2147483648 => 0 untouched"});
     const std::string tm = "tm_common", far = "253402300800", // the year 10000
         no = "|now_str 3 26 7 untouched", broken = "|get_broken_down_time 6";
     check(tm,
