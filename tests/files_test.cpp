@@ -357,6 +357,8 @@ TEST_F(Files, PathsAndDirectories) {
         {OP(component("a/b/c")), "0 text=a/b []"},
         {OP(component("file")), "0 text=file []"},
         {OP(component("/x")), "0 text= []"},
+        {OP(component("//x")), "0 text=/ []"},
+        {OP(component("a/")), "0 text=a []"},
         {OP(component("file")),
          "2 text=null [] L get_directory_component D: Memory allocation for path file ~ Cannot "
          "allocate memory; T get_directory_component D 2;",
