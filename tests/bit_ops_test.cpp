@@ -66,6 +66,7 @@ TEST(BitOps, EachRowGivesItsOutputSizeBlocksAndReports) {
           Row{kEncode, "ab", 2, 0, 0, "0 YWI= 4 4"},
           Row{kEncode, "abc", 3, 0, 0, "0 YWJj 4 4"},
           Row{kDecode, "YQ", 2, 0, 0, "0 61 1 3"},
+          Row{kDecode, "YWI=", 4, 0, 0, "0 6162 2 3"},
           Row{kDecode, "Y", 1, 0, 0, "0 600000 3 3"},
           Row{kDecode, "YQ==YQ==", 8, 0, 0, "0 610610 3 6"},
           Row{kDecode, "!*\x80 ", 4, 0, 0, "0  0 3"},
