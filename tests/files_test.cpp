@@ -265,7 +265,7 @@ TEST_F(Files, NamedFilesAndSync) {
     check({
         {OP(opened("%s/%s", d, "pid")), "0 slot=0 stream=open [fopen @/pid r]"},
         {OP(opened("%s/none", d)), "6 slot=2 [fopen @/none r] T fopen C 6;"},
-        {OP(opened("/")),
+        {OP(opened("%s", "/")),
          "2 [] T vasprintf V 2; T fopen C 2;\n6 slot=12 [fopen / r] T fopen C 6;\n", Plan(), kEach},
         {OP(read(F)), "0 size=4 data=4242\\0 [" + sized("pid") + "; fclose]"},
         {OP(read(d)),
