@@ -114,6 +114,9 @@ TEST(StringOps, Split) {
         joined += token.empty() ? "" : (joined.empty() ? "" : "|") + token;
     }
     rows.push_back({text + '\xff', "\xff", joined});
+    // A delimiter inside, then past, the first 16 of 16 to 31 bytes.
+    rows.push_back({"0123456789,bcdefghijk", ",", "0123456789|bcdefghijk"});
+    rows.push_back({"0123456789abcdefghij,x", ",", "0123456789abcdefghij|x"});
     char **tokens = nullptr;
     uint64_t count = 99;
     for (const auto &row : rows) {
