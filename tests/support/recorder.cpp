@@ -41,21 +41,18 @@ std::vector<std::string> report_summary() {
     return out;
 }
 
-std::string said() {
-    std::string all;
-    for (const std::string &line : report_summary()) {
-        all += (all.empty() ? "" : "|") + line;
-    }
-    clear_reports();
-    return all;
-}
-
 std::string reported() {
     std::string text;
     for (const std::string &report : report_summary()) {
         text += "|" + report;
     }
     return text;
+}
+
+std::string said() {
+    const std::string all = reported();
+    clear_reports();
+    return all.empty() ? all : all.substr(1);
 }
 
 void child_exit(int code) {
