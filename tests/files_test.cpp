@@ -275,9 +275,12 @@ TEST_F(Files, NamedFilesAndSync) {
          shrinking},
         {OP(tav_util_write_named_file(W, 1, "data", 4, nullptr) +
             tav_util_write_named_file(W, 0, "+", 1, nullptr)),
-         "0 [fopen @/w wb; " + durable("w") + "; fopen @/w ab; " + durable("w") + "]"},
+         "0 [fopen @/w wb; " + durable("w") + "; fopen @/w ab; " + durable("w") + "]",
+         Plan{.fwrites = {1}}}, // a short write goes on from where it stopped
         {OP(tav_util_write_named_file(d, 1, "", 0, nullptr)),
          "6 [fopen @ wb] T write_named_file C 6;"},
+        {OP(tav_util_write_named_file(C, 1, "z", 1, nullptr)),
+         "6 [fopen @/c wb; fclose] T write_named_file C 6;", Plan{.fwrites = {0}}},
         {OP(tav_util_write_named_file("/dev/full", 1, "z", 1, nullptr)),
          "6 [fopen /dev/full wb; fflush; fclose ^1] T sync S 6; T write_named_file C 6;"},
         {OP(tav_util_write_named_file("/dev/full", 1, big.data(), big.size(), nullptr)),

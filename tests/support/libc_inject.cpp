@@ -29,7 +29,7 @@ REAL(open); REAL(read); REAL(write); REAL(lseek); REAL(fstat); REAL(fsync); REAL
 REAL(fflush); REAL(fopen); REAL(fclose); REAL(fork); REAL(waitpid); REAL(kill); REAL(sigaction);
 REAL(scandir); REAL(flock);
 REAL_AT_FIRST_CALL(sysconf) REAL_AT_FIRST_CALL(clock_gettime) REAL_AT_FIRST_CALL(gettimeofday)
-REAL_AT_FIRST_CALL(time) REAL_AT_FIRST_CALL(vsnprintf)
+REAL_AT_FIRST_CALL(time) REAL_AT_FIRST_CALL(vsnprintf) REAL_AT_FIRST_CALL(fwrite)
     // clang-format on
 
     int failed(int error) {
@@ -39,7 +39,7 @@ REAL_AT_FIRST_CALL(time) REAL_AT_FIRST_CALL(vsnprintf)
 tavtest::SyscallPlan plan;
 bool recording = false;
 std::vector<std::string> log;
-size_t done[2] = {};
+size_t done[3] = {};
 int failures = 0;
 tavtest::HostFaults faults;
 tavtest::ClockPlan clock_plan;
@@ -75,13 +75,18 @@ bool recorded(const char *format, ...) {
     return fails;
 }
 
+// The plan's next step of a read (which 0), write (1) or fwrite (2).
+long next_step(int which) {
+    const auto &steps = which == 0 ? plan.reads : which == 1 ? plan.writes : plan.fwrites;
+    return recording && done[which] < steps.size() ? steps[done[which]++] : -2;
+}
+
 // A read (which 0) or write (1): the plan's next step, or the real call.
 template <typename Real> ssize_t transfer(int which, size_t count, Real real) {
-    const auto &steps = which == 0 ? plan.reads : plan.writes;
     if (recorded(which == 0 ? "read %zu" : "write %zu", count)) {
         return -1;
     }
-    const long step = recording && done[which] < steps.size() ? steps[done[which]++] : -2;
+    const long step = next_step(which);
     errno = step == -1 ? plan.error : errno;
     return step == 0 || step == -1 ? step : real(step > 0 ? std::min(count, size_t(step)) : count);
 }
@@ -123,6 +128,10 @@ int fflush(FILE *stream) { return recorded("fflush") ? EOF : real_fflush(stream)
 FILE *fopen(const char *path, const char *mode) {
     recorded("fopen %s %s", path, mode);
     return real_fopen(recording && plan.on_fopen ? plan.on_fopen(path) : path, mode);
+}
+size_t fwrite(const void *data, size_t size, size_t count, FILE *stream) {
+    const long step = next_step(2);
+    return real_fwrite()(data, size, step >= 0 ? std::min(count, size_t(step)) : count, stream);
 }
 int fclose(FILE *stream) {
     const bool fails = recorded("fclose");
@@ -195,7 +204,7 @@ namespace tavtest {
 SyscallInjection::SyscallInjection(SyscallPlan p) {
     plan = std::move(p);
     log.clear();
-    done[0] = done[1] = failures = 0;
+    done[0] = done[1] = done[2] = failures = 0;
     recording = true;
 }
 SyscallInjection::~SyscallInjection() { recording = false; }

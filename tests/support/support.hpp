@@ -106,7 +106,8 @@ struct AllocPause {
 struct SyscallPlan {
     // Successive read (write) results: -2 passes through, 0 returns 0, n > 0
     // moves at most n bytes, -1 fails with `error`; later calls pass through.
-    std::vector<long> reads = {}, writes = {};
+    // fwrite (not recorded) takes its steps from `fwrites` the same way.
+    std::vector<long> reads = {}, writes = {}, fwrites = {};
     const char *fail = nullptr; // the `fail_nth` call so named fails (fclose still closes)
     int fail_nth = 1;
     int error = 5; // EIO
