@@ -20,12 +20,13 @@ std::string work(const std::string &own, const std::string &shared) {
     uint8_t bytes[4096], *back = nullptr;
     uint64_t hash = 0, size = 0;
     int32_t code = -1, number = 0;
+    tav_proc_handle child = nullptr;
     char *const argv[] = {const_cast<char *>("/bin/false"), const_cast<char *>("--number"),
                           const_cast<char *>("41"), nullptr};
     const tav_util_option rows[] = {{'n', "number", tav_util_getopt_int, &number, 1}};
     seen << tav_util_seed_prng(&prng, 42, 7) << tav_util_prng_fill(&prng, bytes, 4096)
-         << tav_util_hash64(bytes, 4096, &hash) << tav_spawn_and_wait(argv, nullptr, &code)
-         << tav_util_getopt(3, argv, rows, 1)
+         << tav_util_hash64(bytes, 4096, &hash) << tav_spawn(argv, nullptr, &child)
+         << tav_wait(&child, &code) << tav_util_getopt(3, argv, rows, 1)
          << tav_util_write_named_file(own.c_str(), 1, bytes, 4096, nullptr)
          << tav_util_read_named_file(own.c_str(), &back, &size, nullptr) << " "
          << tav_util_strbuf_substitute(sb, ",", 0, "%s", "; ") << " " << tav_util_strbuf_getstr(sb)
@@ -54,7 +55,7 @@ TEST(Threads, IndependentRecordsAgreeWithOneThread) {
     }
     const std::string expected = work(dir + std::string("/main"), shared);
     EXPECT_EQ(expected,
-              "00000000 10 0; 1; 2; 3; 4; 5; 6; 7; 8; 9; |3143966959136928911 45 9 1 41 1|A|b|c");
+              "000000000 10 0; 1; 2; 3; 4; 5; 6; 7; 8; 9; |3143966959136928911 45 9 1 41 1|A|b|c");
     std::vector<std::string> differing(4);
     std::vector<std::jthread> threads;
     for (int t = 0; t < 4; ++t) {
