@@ -106,7 +106,8 @@ struct AllocPause {
 struct SyscallPlan {
     // Successive read (write) results: -2 passes through, 0 returns 0, n > 0
     // moves at most n bytes, -1 fails with `error`; later calls pass through.
-    // fwrite (not recorded) takes its steps from `fwrites` the same way.
+    // Each fwrite (not recorded) moves at most n items for a step n >= 0 of
+    // `fwrites`; any other step, or none left, passes through.
     std::vector<long> reads = {}, writes = {}, fwrites = {};
     const char *fail = nullptr; // the `fail_nth` call so named fails (fclose still closes)
     int fail_nth = 1;
