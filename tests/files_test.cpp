@@ -44,9 +44,6 @@ std::string nulls(const char *source, const std::string &names) {
     }
     return all;
 }
-std::string slurp(const std::string &path) {
-    return std::string(std::istreambuf_iterator<char>(std::ifstream(path).rdbuf()), {});
-}
 std::string octal(unsigned mode) { return (std::ostringstream() << std::oct << mode).str(); }
 Plan fails(const char *call, int nth = 1) { return {.fail = call, .fail_nth = nth}; }
 
@@ -340,7 +337,7 @@ TEST_F(Files, NamedFilesAndSync) {
     for (FILE *still_open : {appended, null, no_descriptor}) {
         fclose(still_open);
     }
-    EXPECT_EQ(slurp(c) + "|" + slurp(w) + slurp(g), "42|data+xy");
+    EXPECT_EQ(tavtest::slurp(c) + "|" + tavtest::slurp(w) + tavtest::slurp(g), "42|data+xy");
 }
 
 TEST_F(Files, PathsAndDirectories) {
@@ -414,7 +411,7 @@ TEST_F(Files, OutputCwdAndNobody) {
                   dup2(open(out.c_str(), O_WRONLY), 1);
                   const long printed = tav_util_printf_bytes(bytes, 4) +
                                        tav_util_fprintf_bytes(stdout, bytes, 0) + fflush(stdout);
-                  std::string seen = std::to_string(printed) + slurp(out) + "\n" +
+                  std::string seen = std::to_string(printed) + tavtest::slurp(out) + "\n" +
                                      (chdir(d), run(OP(tav_util_sync_file("bare"))));
                   if (umask(0), !tavtest::drop_to_nobody()) {
                       return std::string();
@@ -477,7 +474,7 @@ TEST_F(Files, PidFileClaims) {
         struct stat st = {};
         const int lock = open(at.c_str(), O_RDONLY);
         if (stat(at.c_str(), &st) == 0) {
-            seen += " file=" + slurp(at) + " " + octal(st.st_mode & 07777) +
+            seen += " file=" + tavtest::slurp(at) + " " + octal(st.st_mode & 07777) +
                     (flock(lock, LOCK_EX | LOCK_NB) ? " locked" : "");
         }
         return close(lock), close(other), shortened(seen + racer, dir);

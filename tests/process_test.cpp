@@ -30,10 +30,6 @@ std::string reports() {
     }
     return text;
 }
-std::string slurp(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
 std::string shown(char *text) { // a heap text, freed
     const std::string line = text == nullptr ? "null" : "'" + std::string(text) + "'";
     std::free(text);
@@ -163,10 +159,10 @@ TEST(ProcessSearch, FirstArgumentsInAStandIn) {
     ASSERT_EQ(tav_spawn(v(argv), v(env), &handle), TAV_OK);
     const int32_t pid = *reinterpret_cast<const int32_t *>(handle);
     const std::string child = to_string(pid), proc = "/proc/" + child + "/";
-    while (slurp(proc + "cmdline") != path + '\0' + arg + '\0') {
+    while (tavtest::slurp(proc + "cmdline") != path + '\0' + arg + '\0') {
         usleep(1000); // until execve is done
     }
-    EXPECT_EQ(slurp(proc + "environ"), std::string("A=1\0B=2\0", 8));
+    EXPECT_EQ(tavtest::slurp(proc + "environ"), std::string("A=1\0B=2\0", 8));
     for (const char *name : {"1", "4194305", "self", "one/1", child.c_str()}) {
         std::filesystem::create_directories(dir + "/" + name);
     }
@@ -391,7 +387,7 @@ TEST(ProcStat, LinesOfTheKernelAndCrafted) {
 TEST(Identity, EnvironmentGroupAndHostName) {
     const std::string v299(299, 'v'), g32(32, 'g'), h63(63, 'h');
     const std::string size = to_string(sysconf(_SC_GETGR_R_SIZE_MAX));
-    const std::string host = slurp("/proc/sys/kernel/hostname");
+    const std::string host = tavtest::slurp("/proc/sys/kernel/hostname");
     const std::string seen = tavtest::in_child([&] {
         setenv("EMPTY", "", 1), setenv("V299", v299.c_str(), 1);
         setenv("V300", (v299 + "v").c_str(), 1), setenv("SHORT", "abc", 1);

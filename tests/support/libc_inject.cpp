@@ -224,6 +224,11 @@ VsnprintfInjection::VsnprintfInjection(const VsnprintfPlan &p) {
 }
 VsnprintfInjection::~VsnprintfInjection() { vsnprintf_planned = false; }
 
+std::string slurp(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
 bool drop_to_nobody() {
     return setresgid(65534, 65534, 65534) == 0 && setresuid(65534, 65534, 0) == 0;
 }

@@ -69,6 +69,9 @@ std::string reported();
 // how the child ended if it did not return.
 std::string in_child(const std::function<std::string()> &body);
 
+// A file's bytes, whole ("" when it can't be read).
+std::string slurp(const std::string &path);
+
 // Becomes nobody (user and group 65534) in a child; in_child takes root back
 // before the child ends, so that its coverage counts can still be written.
 bool drop_to_nobody();
